@@ -1,0 +1,86 @@
+#include "00shcode/mytoolkit/buffer.h"
+
+#include <cstddef>
+#include <cstring>
+
+namespace {
+
+constexpr std::uint32_t kDefaultStorage = 32;
+constexpr std::size_t kSpareStorage = 8;
+constexpr unsigned char kLineFeed = 0x0A;
+
+}  // namespace
+
+CFTBuffer::CFTBuffer() : m_base(new unsigned char[kDefaultStorage]), m_capacity(31) {
+  Reset();
+}
+
+CFTBuffer::CFTBuffer(std::uint32_t capacity)
+    : m_base(new unsigned char[std::size_t{capacity} + kSpareStorage]), m_capacity(capacity) {
+  Reset();
+}
+
+CFTBuffer::~CFTBuffer() {
+  Release();
+}
+
+void CFTBuffer::Release() {
+  delete[] m_base;
+  m_base = m_read = m_write = nullptr;
+  m_capacity = 0;
+}
+
+void CFTBuffer::CommitWrite(std::int32_t n) {
+  m_write += n;
+  *m_write = kLineFeed;
+}
+
+std::int32_t CFTBuffer::IsValid() const {
+  const unsigned char* const end = m_base + m_capacity;
+  return m_base <= m_read && m_read <= m_write && m_read <= end && m_write <= end ? 1 : 0;
+}
+
+std::int32_t CFTBuffer::Compact() {
+  if (IsValid() == 0) return -1;
+  if (m_read == m_base) return 0;
+  const std::int32_t length = GetDataLen();
+  std::memmove(m_base, m_read, static_cast<std::size_t>(length));
+  m_read = m_base;
+  m_write = m_base + length;
+  *m_write = 0;
+  return 0;
+}
+
+void CFTBuffer::Reset() {
+  m_read = m_write = m_base;
+  *m_base = 0;
+}
+
+void CFTBuffer::Reserve(std::int32_t n) {
+  Compact();
+  if (GetFreeTail() < n) Grow(static_cast<std::uint32_t>(n));
+}
+
+void CFTBuffer::Grow(std::uint32_t n) {
+  const auto length = static_cast<std::uint32_t>(GetDataLen());
+  auto* const base = new unsigned char[std::size_t{length} + n + kDefaultStorage];
+  if (length > 0) std::memcpy(base, m_read, length);
+  delete[] m_base;
+  m_base = m_read = base;
+  m_write = base + length;
+  *m_write = 0;
+  m_capacity = length + n + (kDefaultStorage - 1);
+}
+
+std::int32_t CFTBuffer::Append(const void* data, std::int32_t n) {
+  if (IsValid() == 0 || n < 0) return -1;
+  Reserve(n);
+  if (n > 0) std::memcpy(m_write, data, static_cast<std::size_t>(n));
+  m_write += n;
+  *m_write = 0;
+  return 0;
+}
+
+void ReleaseFTBuffer(CFTBuffer* buffer) {
+  delete buffer;
+}

@@ -1,0 +1,47 @@
+#include <time.h>
+
+#include <atomic>
+
+#include "platform/platform.h"
+
+namespace platform {
+
+namespace {
+
+std::uint32_t SystemTickCount() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  const auto milliseconds = static_cast<std::uint64_t>(now.tv_sec) * 1000U +
+                            static_cast<std::uint64_t>(now.tv_nsec) / 1000000U;
+  return static_cast<std::uint32_t>(milliseconds);
+}
+
+std::atomic<std::uint32_t (*)()> g_tick_counter{&SystemTickCount};
+
+}  // namespace
+
+std::uint32_t TickCount() {
+  return g_tick_counter.load(std::memory_order_acquire)();
+}
+
+void SetTickCounter(std::uint32_t (*counter)()) {
+  g_tick_counter.store(counter != nullptr ? counter : &SystemTickCount, std::memory_order_release);
+}
+
+void GetWallClock(std::int64_t* seconds, std::uint16_t* milliseconds) {
+  timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  *seconds = now.tv_sec;
+  *milliseconds = static_cast<std::uint16_t>(now.tv_nsec / 1000000);
+}
+
+bool ToLocalTime(std::int64_t seconds, LocalTime* local) {
+  const auto moment = static_cast<time_t>(seconds);
+  tm fields;
+  if (localtime_r(&moment, &fields) == nullptr) return false;
+  *local = {fields.tm_year + 1900, fields.tm_mon + 1, fields.tm_mday, fields.tm_hour,
+            fields.tm_min,         fields.tm_sec,     fields.tm_wday};
+  return true;
+}
+
+}  // namespace platform

@@ -1,0 +1,173 @@
+#include <pthread.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "platform/platform.h"
+
+namespace platform {
+
+namespace {
+
+struct ThreadStart {
+  ThreadMain main;
+  void* argument;
+};
+
+struct RunningThread {
+  pthread_t id;
+};
+
+extern "C" void* RunThread(void* start_argument) {
+  const std::unique_ptr<ThreadStart> start(static_cast<ThreadStart*>(start_argument));
+  start->main(start->argument);
+  return nullptr;
+}
+
+bool CreateThread(pthread_t* id, ThreadStart* start, int stack_bytes) {
+  pthread_attr_t attributes;
+  if (pthread_attr_init(&attributes) != 0) return false;
+  bool usable = true;
+  if (stack_bytes > 0) {
+    const long bytes = std::max<long>(stack_bytes, sysconf(_SC_THREAD_STACK_MIN));
+    usable = pthread_attr_setstacksize(&attributes, static_cast<std::size_t>(bytes)) == 0;
+  }
+  const bool created = usable && pthread_create(id, &attributes, RunThread, start) == 0;
+  pthread_attr_destroy(&attributes);
+  return created;
+}
+
+pthread_mutex_t* AsMutex(unsigned char* storage) {
+  return std::launder(reinterpret_cast<pthread_mutex_t*>(storage));
+}
+
+struct EventState {
+  pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+  pthread_cond_t condition;
+  bool signalled = false;
+  int waiters = 0;
+};
+
+EventState* AsEvent(unsigned char* storage) {
+  return std::launder(reinterpret_cast<EventState*>(storage));
+}
+
+timespec MonotonicDeadline(std::uint32_t milliseconds) {
+  timespec deadline;
+  clock_gettime(CLOCK_MONOTONIC, &deadline);
+  deadline.tv_sec += static_cast<time_t>(milliseconds / 1000);
+  deadline.tv_nsec += static_cast<long>(milliseconds % 1000) * 1000000L;
+  if (deadline.tv_nsec >= 1000000000L) {
+    deadline.tv_nsec -= 1000000000L;
+    deadline.tv_sec += 1;
+  }
+  return deadline;
+}
+
+}  // namespace
+
+ThreadHandle StartThread(ThreadMain main, void* argument, int stack_bytes) {
+  auto start = std::make_unique<ThreadStart>(ThreadStart{main, argument});
+  auto thread = std::make_unique<RunningThread>();
+  if (!CreateThread(&thread->id, start.get(), stack_bytes)) return nullptr;
+  start.release();
+  return thread.release();
+}
+
+void JoinThread(ThreadHandle handle) {
+  const std::unique_ptr<RunningThread> thread(static_cast<RunningThread*>(handle));
+  pthread_join(thread->id, nullptr);
+}
+
+std::uint32_t CurrentThreadId() {
+  thread_local const auto id = static_cast<std::uint32_t>(syscall(SYS_gettid));
+  return id;
+}
+
+void NameCurrentThread(const char* name) {
+  char cut[16];
+  std::strncpy(cut, name, sizeof cut - 1);
+  cut[sizeof cut - 1] = '\0';
+  pthread_setname_np(pthread_self(), cut);
+}
+
+void SleepMs(std::uint32_t milliseconds) {
+  const timespec deadline = MonotonicDeadline(milliseconds);
+  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr) == EINTR) {
+  }
+}
+
+Mutex::Mutex() {
+  static_assert(sizeof(pthread_mutex_t) <= sizeof m_storage && alignof(pthread_mutex_t) <= 8);
+  pthread_mutexattr_t attributes;
+  pthread_mutexattr_init(&attributes);
+  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+  pthread_mutex_init(new (m_storage) pthread_mutex_t, &attributes);
+  pthread_mutexattr_destroy(&attributes);
+}
+
+Mutex::~Mutex() {
+  pthread_mutex_destroy(AsMutex(m_storage));
+}
+
+void Mutex::Lock() {
+  pthread_mutex_lock(AsMutex(m_storage));
+}
+
+void Mutex::Unlock() {
+  pthread_mutex_unlock(AsMutex(m_storage));
+}
+
+Event::Event() {
+  static_assert(sizeof(EventState) <= sizeof m_storage && alignof(EventState) <= 8);
+  auto* state = new (m_storage) EventState;
+  pthread_condattr_t attributes;
+  pthread_condattr_init(&attributes);
+  pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
+  pthread_cond_init(&state->condition, &attributes);
+  pthread_condattr_destroy(&attributes);
+}
+
+Event::~Event() {
+  auto* state = AsEvent(m_storage);
+  pthread_cond_destroy(&state->condition);
+  pthread_mutex_destroy(&state->mutex);
+}
+
+bool Event::Set() {
+  auto* state = AsEvent(m_storage);
+  pthread_mutex_lock(&state->mutex);
+  const bool wake = !state->signalled && state->waiters > 0;
+  state->signalled = true;
+  if (wake) pthread_cond_signal(&state->condition);
+  pthread_mutex_unlock(&state->mutex);
+  return true;
+}
+
+bool Event::Wait(std::uint32_t milliseconds) {
+  auto* state = AsEvent(m_storage);
+  const bool limited = milliseconds != kNoLimit;
+  pthread_mutex_lock(&state->mutex);
+  if (!state->signalled && milliseconds != 0) {
+    const timespec deadline = MonotonicDeadline(limited ? milliseconds : 0);
+    ++state->waiters;
+    int result = 0;
+    while (!state->signalled && result != ETIMEDOUT) {
+      result = limited ? pthread_cond_timedwait(&state->condition, &state->mutex, &deadline)
+                       : pthread_cond_wait(&state->condition, &state->mutex);
+    }
+    --state->waiters;
+  }
+  const bool signalled = state->signalled;
+  state->signalled = false;
+  pthread_mutex_unlock(&state->mutex);
+  return signalled;
+}
+
+}  // namespace platform

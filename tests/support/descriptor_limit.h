@@ -1,0 +1,20 @@
+#pragma once
+
+#include <sys/resource.h>
+
+namespace testkit {
+
+// While it lives the process can open only so many more descriptors (sockets, files, events) at the
+// same time. Those that are open stay usable; one that is closed may be replaced. One at a time.
+class DescriptorLimit {
+ public:
+  explicit DescriptorLimit(int more);
+  ~DescriptorLimit();
+  DescriptorLimit(const DescriptorLimit&) = delete;
+  DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+
+ private:
+  rlimit m_before;
+};
+
+}  // namespace testkit

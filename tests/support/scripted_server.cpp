@@ -1,0 +1,57 @@
+#include "tests/support/scripted_server.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace testkit {
+
+namespace {
+
+constexpr int kBacklog = 64;
+
+}  // namespace
+
+ScriptedServer::ScriptedServer(int receive_buffer)
+    : m_socket(OpenBoundSocket()), m_port(LocalPort(m_socket)) {
+  if (receive_buffer > 0 && setsockopt(m_socket.Get(), SOL_SOCKET, SO_RCVBUF, &receive_buffer,
+                                       sizeof receive_buffer) != 0) {
+    ThrowSystemError("setsockopt");
+  }
+  ListenAgain();
+}
+
+Peer ScriptedServer::Accept(std::chrono::milliseconds limit) {
+  std::optional<Peer> peer = TryAccept(limit);
+  if (!peer) {
+    throw std::runtime_error("nobody linked to port " + std::to_string(m_port) + " within " +
+                             std::to_string(limit.count()) + " ms");
+  }
+  return std::move(*peer);
+}
+
+std::optional<Peer> ScriptedServer::TryAccept(std::chrono::milliseconds limit) {
+  if (!m_is_listening) throw std::logic_error("a server that does not listen accepts nobody");
+  const Deadline deadline(limit);
+  while (WaitReady(m_socket, POLLIN, deadline)) {
+    Descriptor accepted = AcceptWaiting(m_socket);
+    if (accepted.Get() >= 0) return Peer(std::move(accepted));
+  }
+  return std::nullopt;
+}
+
+void ScriptedServer::StopListening() {
+  // The end of listening without closing: the port stays bound.
+  if (shutdown(m_socket.Get(), SHUT_RDWR) != 0) ThrowSystemError("shutdown");
+  m_is_listening = false;
+}
+
+void ScriptedServer::ListenAgain() {
+  StartListening(m_socket, kBacklog);
+  m_is_listening = true;
+}
+
+}  // namespace testkit

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <vector>
+
+namespace testkit {
+
+struct SocketCall {
+  int socket;
+  std::size_t asked;  // bytes
+  ssize_t result;     // as the caller saw it
+  int error;          // errno when the result is -1
+};
+
+// While it lives, send, recv and poll behave in this process as told and are recorded; the sockets
+// of this kit are left out. Faults may be set while other threads are calling. One at a time.
+class SocketFaults {
+ public:
+  SocketFaults();
+  ~SocketFaults();
+  SocketFaults(const SocketFaults&) = delete;
+  SocketFaults& operator=(const SocketFaults&) = delete;
+
+  // Each call moves at most this many bytes; 0 lifts the limit.
+  void SendAtMost(std::size_t bytes);
+  void ReceiveAtMost(std::size_t bytes);
+
+  // The next calls do nothing but fail with this errno value (EINTR, EAGAIN, ECONNRESET ...).
+  void FailSends(int error, int calls = 1);
+  void FailReceives(int error, int calls = 1);
+  void FailPolls(int error, int calls = 1);
+  // How many of the failures that were ordered have not happened yet.
+  int PendingFailures() const;
+
+  std::vector<SocketCall> Sends() const;
+  std::vector<SocketCall> Receives() const;
+};
+
+}  // namespace testkit
