@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "00shcode/ftmsgq/msg.h"
+
+// How many messages one sub-queue may give in a cycle: everything up to the quota while the backlog
+// is short, else its weighted part of twice the quota, but at least 200.
+std::int32_t SubQueueShare(std::int32_t quota, std::int32_t pending, std::int32_t sub_queues,
+                           std::int32_t weight);
+
+// Messages in sub-queues by key, served in the order of the keys. Not locked.
+class CFTSubQueues {
+ public:
+  // The weight is clamped to 1 to 10 and becomes the sub-queue's.
+  void Append(const std::string& key, std::int32_t weight, const FTMsg& msg);
+
+  // Moves each sub-queue's share to the end of the batch. A quit message is the last one taken
+  // from its sub-queue.
+  void Collect(std::int32_t quota, std::vector<FTMsg>* batch);
+
+  // Forgets empty sub-queues, the one with the empty key excepted.
+  void Sweep();
+
+  // Moves everything to the end of the batch.
+  void TakeAll(std::vector<FTMsg>* batch);
+
+  std::int32_t GetPendingCount() const { return m_pending; }
+  std::size_t GetSubQueueCount() const { return m_sub_queues.size(); }
+
+ private:
+  struct SubQueue {
+    std::int32_t weight = 1;
+    std::deque<FTMsg> messages;
+  };
+
+  void Take(SubQueue* sub_queue, std::int32_t share, std::vector<FTMsg>* batch);
+
+  std::map<std::string, SubQueue> m_sub_queues;
+  std::int32_t m_pending = 0;
+};

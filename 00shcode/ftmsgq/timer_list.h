@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "00shcode/ftmsgq/msg.h"
+#include "00shcode/mytoolkit/clock.h"
+
+// One-shot timers in the order of arming. Not locked.
+class CFTTimerList {
+ public:
+  explicit CFTTimerList(const FTTime& now) : m_last_scan(now) {}
+
+  // timer is the message that the timer becomes: param1 the timer id, param2 the delay in ms.
+  void Add(const FTMsg& timer, const FTTime& now);
+
+  // Moves the due timers to the end of the batch; scans at most once in 10 ms.
+  void TakeDue(const FTTime& now, std::vector<FTMsg>* batch);
+
+ private:
+  struct Timer {
+    FTMsg msg;
+    FTTime armed_at;
+  };
+
+  FTTime m_last_scan;
+  std::vector<Timer> m_timers;
+};
