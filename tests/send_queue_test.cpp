@@ -1,0 +1,89 @@
+#include "00shcode/ftmtsockimpl/send_queue.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr std::int32_t kFull = 12500000;  // bytes that make a batch
+
+struct Package {
+  char name;
+  std::int32_t priority;
+  std::int32_t size = 10;
+};
+
+// Owns the packages, which are known by their names; what is in them does not matter here.
+class NamedPackages {
+ public:
+  void Queue(const std::vector<Package>& packages) {
+    for (const Package& package : packages) {
+      CFTBuffer& buffer = m_buffers.emplace_back(static_cast<std::uint32_t>(package.size));
+      buffer.CommitWrite(package.size);
+      m_names[&buffer] = package.name;
+      m_queue.Append(package.priority, {&buffer, nullptr, FTTime{}});
+    }
+  }
+
+  // The names in all the batches that it takes to empty the queue, each batch ended by a stroke.
+  std::string TakeBatches() {
+    std::string names;
+    while (!m_queue.IsEmpty()) {
+      std::deque<FTSendItem> batch;
+      m_queue.TakeBatch(&batch);
+      if (batch.empty()) return names + "nothing";
+      for (const FTSendItem& item : batch) names += m_names.at(item.buffer);
+      names += '|';
+    }
+    return names;
+  }
+
+ private:
+  std::deque<CFTBuffer> m_buffers;
+  std::map<const CFTBuffer*, char> m_names;
+  CFTSendQueue m_queue;
+};
+
+TEST(SendQueue, BatchesFollowThePrioritiesAndTheLimit) {
+  const struct {
+    const char* rule;
+    std::vector<Package> packages;
+    const char* batches;
+  } cases[] = {
+      {"lower priorities first, each in the order of queueing",
+       {{'a', 3}, {'b', 1}, {'c', 5}, {'d', 1}, {'e', 3}},
+       "bdaec|"},
+      {"priorities outside the range count as the nearest one",
+       {{'a', 5}, {'b', INT32_MAX}, {'c', 1}, {'d', INT32_MIN}, {'e', 0}, {'f', 6}},
+       "cdeabf|"},
+      {"a batch ends behind the package that fills it",
+       {{'a', 1, 6000000}, {'b', 1, 6000000}, {'c', 1, 6000000}, {'d', 1}},
+       "abc|d|"},
+      {"the limit itself fills a batch", {{'a', 1, kFull}, {'b', 1, 1}}, "a|b|"},
+      {"one byte less does not", {{'a', 1, kFull - 1}, {'b', 2, 1}, {'c', 2, 1}}, "ab|c|"},
+      {"a package of a batch waits for higher priorities alone, and nothing overtakes it",
+       {{'a', 1}, {'b', 2}, {'C', 2, kFull}, {'d', 2}, {'e', 3}},
+       "ab|C|de|"},
+      {"but not within the first priority", {{'a', 2}, {'B', 2, 13000000}}, "aB|"},
+  };
+  for (const auto& c : cases) {
+    NamedPackages queue;
+    queue.Queue(c.packages);
+    EXPECT_EQ(queue.TakeBatches(), c.batches) << c.rule;
+  }
+}
+
+TEST(SendQueue, PrioritiesThatAreEmptyAgainAreNotTheFirstOnesOfTheNextBatch) {
+  NamedPackages queue;
+  queue.Queue({{'a', 1}});
+  EXPECT_EQ(queue.TakeBatches(), "a|");
+  queue.Queue({{'B', 2, kFull}});
+  EXPECT_EQ(queue.TakeBatches(), "B|");
+}
+
+}  // namespace

@@ -1,0 +1,270 @@
+#include "00shcode/ftmtsockimpl/sock.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdint>
+#include <future>
+#include <string>
+#include <vector>
+
+#include "tests/support/descriptor_limit.h"
+#include "tests/support/process_usage.h"
+#include "tests/support/scripted_server.h"
+#include "tests/support/socket_faults.h"
+#include "tests/support/socket_io.h"
+#include "tests/support/wire.h"
+
+namespace {
+
+using namespace testkit;
+using namespace std::chrono_literals;
+using ::testing::StartsWith;
+
+constexpr std::int32_t kWaitMs = 5000;
+
+// What became of a connect.
+struct Connect {
+  std::int32_t result;  // of BeginConnect
+  bool connected;
+  Descriptor socket;
+};
+
+Connect TryConnect(const char* address, std::uint16_t port, const char* local_address = nullptr,
+                   std::uint16_t local_port = 0) {
+  FTSocket socket = 12345;
+  const std::int32_t result = BeginConnect(&socket, port, address, local_address, local_port);
+  EXPECT_EQ(result == kConnectFailed, socket == kNoSocket);
+  FTSockWaitWritable(socket, kWaitMs);
+  return {result, FTSockIsConnected(socket) == 1, Descriptor(static_cast<int>(socket))};
+}
+
+// "its address, peer's address:peer's port"
+std::string EndsOf(const Descriptor& socket) {
+  std::string local;
+  std::string peer;
+  std::uint16_t peer_port = 0;
+  FTSockGetAddrs(socket.Get(), &local, nullptr, &peer, &peer_port);
+  return local + ", " + peer + ":" + std::to_string(peer_port);
+}
+
+Descriptor ListenAt(const char* address, std::uint16_t port = 0) {
+  return Descriptor(static_cast<int>(FTSockListen(address, port)));
+}
+
+int Option(const Descriptor& socket, int level, int option) {
+  int value = 0;
+  socklen_t length = sizeof value;
+  getsockopt(socket.Get(), level, option, &value, &length);
+  return value;
+}
+
+void ExpectReadyForTheEngine(const Descriptor& socket) {
+  EXPECT_NE(fcntl(socket.Get(), F_GETFL) & O_NONBLOCK, 0) << "blocks";
+  EXPECT_NE(fcntl(socket.Get(), F_GETFD) & FD_CLOEXEC, 0) << "children inherit it";
+  EXPECT_NE(Option(socket, IPPROTO_TCP, TCP_NODELAY), 0) << "small packages wait";
+}
+
+// A link to a server that the test plays.
+class SockLink : public ::testing::Test {
+ protected:
+  FTSocket Socket() const { return m_connect.socket.Get(); }
+
+  // The bytes that are there, or what the call says instead.
+  Bytes Recv() {
+    char bytes[100];
+    std::int32_t count = -77;
+    const std::int32_t result = FTSockRecv(Socket(), bytes, sizeof bytes, &count);
+    if (result == 1) return Bytes(bytes, static_cast<std::size_t>(count));
+    EXPECT_EQ(count, 0);
+    return result == 0 ? "nothing now" : "broken";
+  }
+
+  Bytes WaitAndRecv() {
+    EXPECT_EQ(FTSockWaitReadable(Socket(), kWaitMs), 1);
+    return Recv();
+  }
+
+  std::int32_t Send(const Bytes& bytes) {
+    return FTSockSend(Socket(), bytes.data(), static_cast<std::int32_t>(bytes.size()));
+  }
+
+  ScriptedServer m_server;
+  Connect m_connect = TryConnect(m_server.Host(), m_server.Port());
+  Peer m_peer = m_server.Accept(5s);
+};
+
+TEST_F(SockLink, IsMadeAsTheEngineNeedsItAndResetWhenItIsClosed) {
+  ASSERT_TRUE(m_connect.connected);
+  ExpectReadyForTheEngine(m_connect.socket);
+  constexpr int kBuffers = 2 * 65536;  // the system reports twice what was asked for
+  EXPECT_EQ(Option(m_connect.socket, SOL_SOCKET, SO_SNDBUF), kBuffers);
+  EXPECT_EQ(Option(m_connect.socket, SOL_SOCKET, SO_RCVBUF), kBuffers);
+  EXPECT_EQ(EndsOf(m_connect.socket), "127.0.0.1, 127.0.0.1:" + std::to_string(m_server.Port()));
+  m_connect.socket.Close();
+  EXPECT_EQ(m_peer.WaitClosed(5s), LinkEnd::kReset);
+}
+
+TEST_F(SockLink, ReceivesDataThenNothingThenTheEnd) {
+  EXPECT_EQ(Recv(), "nothing now");
+  m_peer.SendRaw("last words");
+  m_peer.StopSending();
+  EXPECT_EQ(WaitAndRecv(), "last words");
+  EXPECT_EQ(WaitAndRecv(), "broken") << "the end is something to read";
+  EXPECT_EQ(Send("still"), 5) << "the other direction is open";
+  EXPECT_EQ(m_peer.ReceiveExactly(5, 5s), "still");
+}
+
+TEST_F(SockLink, SendsAPartWhenTheRestDoesNotFitAndGoesOnWhenThereIsRoom) {
+  const Bytes block = PatternBody(1000000);
+  Bytes sent;
+  bool some_were_partial = false;
+  for (std::int32_t count = 1; count > 0 || FTSockWaitWritable(Socket(), 100) == 1;) {
+    count = Send(block);
+    ASSERT_GE(count, 0);
+    sent += block.substr(0, static_cast<std::size_t>(count));
+    some_were_partial |= count > 0 && count < 1000000;
+  }
+  EXPECT_TRUE(some_were_partial);
+
+  EXPECT_EQ(FTSockWaitWritable(Socket(), 0), 0);
+  EXPECT_TRUE(m_peer.ReceiveExactly(sent.size(), 5s) == sent);
+  EXPECT_EQ(FTSockWaitWritable(Socket(), kWaitMs), 1);
+  EXPECT_EQ(Send("more"), 4);
+}
+
+volatile std::sig_atomic_t g_signals = 0;
+
+TEST_F(SockLink, IsBrokenWithoutASignalWhenThePeerIsDead) {
+  const auto before = std::signal(SIGPIPE, [](int) { g_signals = g_signals + 1; });
+  m_peer.Reset();
+  EXPECT_EQ(WaitAndRecv(), "broken");
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(Send("into the void"), -1);
+  EXPECT_EQ(g_signals, 0);
+  std::signal(SIGPIPE, before);
+}
+
+TEST_F(SockLink, WaitsForTheTimeGivenWhateverSignalsCome) {
+  SocketFaults faults;
+  EXPECT_EQ(FTSockWaitWritable(Socket(), -1), 1);
+  const auto start = std::chrono::steady_clock::now();
+  faults.FailPolls(EINTR, 5);
+  EXPECT_EQ(FTSockWaitReadable(Socket(), 200), 0);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 199ms);
+
+  auto waiting =
+      std::async(std::launch::async, [this] { return FTSockWaitReadable(Socket(), -1); });
+  EXPECT_EQ(waiting.wait_for(300ms), std::future_status::timeout);
+  m_peer.SendRaw("xyz");
+  EXPECT_EQ(waiting.get(), 1);
+  faults.FailReceives(EINTR, 3);
+  EXPECT_EQ(WaitAndRecv(), "xyz");
+  faults.FailSends(EINTR, 3);
+  EXPECT_EQ(Send("abc"), 3);
+  EXPECT_EQ(faults.PendingFailures(), 0);
+}
+
+TEST_F(SockLink, OneWaitServes2048SocketsWithNumbersAbove1023) {
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit raised{std::max<rlim_t>(4096, before.rlim_cur), before.rlim_max};
+  if (setrlimit(RLIMIT_NOFILE, &raised) != 0) GTEST_SKIP() << "4096 descriptors are not allowed";
+  const Connect busy = TryConnect(m_server.Host(), m_server.Port());
+  m_server.Accept(5s).SendRaw("x");
+  std::vector<Descriptor> copies;
+  FTSockSet readable;
+  while (copies.size() < 2048) {
+    const FTSocket original = copies.size() < 2047 ? Socket() : busy.socket.Get();
+    copies.emplace_back(fcntl(static_cast<int>(original), F_DUPFD_CLOEXEC, 2000));
+    ASSERT_TRUE(readable.Add(copies.back().Get())) << copies.size();
+  }
+  EXPECT_FALSE(readable.Add(Socket())) << "the set is full";
+  EXPECT_EQ(FTSockSelect(&readable, nullptr, kWaitMs), 1);
+  EXPECT_EQ(readable.Members(), std::vector<FTSocket>{copies.back().Get()});
+  EXPECT_EQ(FTSockSend(copies.front().Get(), "abc", 3), 3);
+  copies.clear();
+  setrlimit(RLIMIT_NOFILE, &before);
+}
+
+TEST(BeginConnect, FailsAtOnceWhereNoLinkCanCome) {
+  const struct {
+    const char* address;
+    std::uint16_t port = 80;
+    const char* local_address = nullptr;
+  } cases[] = {
+      {"0.0.0.0"},
+      {nullptr},
+      {"localhost"},
+      {"127.0.0.1.1"},
+      {"127.0.0.1", 0},
+      {"255.255.255.255"},
+      {"127.0.0.1", 80, "localhost"},
+      {"127.0.0.1", 80, "192.0.2.1"}  // an address of nobody's
+  };
+  const std::size_t before = CountDescriptors();
+  for (const auto& c : cases) {
+    EXPECT_EQ(TryConnect(c.address, c.port, c.local_address).result, kConnectFailed)
+        << (c.address == nullptr ? "null" : c.address) << ":" << c.port;
+  }
+  EXPECT_EQ(FTSockListen("192.0.2.1", 0), kNoSocket);
+  EXPECT_EQ(FTSockListen("localhost", 0), kNoSocket);
+  EXPECT_EQ(CountDescriptors(), before);
+  const DescriptorLimit none(0);
+  EXPECT_EQ(TryConnect("127.0.0.1", 80).result, kConnectFailed);
+}
+
+TEST(BeginConnect, BindsTheLocalEndToTextsOfSevenCharactersOrMore) {
+  ScriptedServer server;
+  const auto local_end = [&](const char* address) {
+    const Connect connect = TryConnect(server.Host(), server.Port(), address);
+    return connect.connected ? EndsOf(connect.socket) : "not connected";
+  };
+  EXPECT_THAT(local_end("127.11"), StartsWith("127.0.0.1,")) << "left to the system";
+  EXPECT_THAT(local_end("127.111"), StartsWith("127.0.0.111,"));
+  EXPECT_THAT(local_end("127.200.1.1"), StartsWith("127.200.1.1,"));
+}
+
+// Without a listener a connect from a port to itself succeeds: both of its ends are one socket.
+TEST(BeginConnect, ASocketConnectedToItselfIsNoLink) {
+  const std::uint16_t port = LocalPort(ListenAt("127.71.2.2"));
+  const Connect connect = TryConnect("127.71.2.2", port, "127.71.2.2", port);
+  ASSERT_EQ(EndsOf(connect.socket), "127.71.2.2, 127.71.2.2:" + std::to_string(port));
+  EXPECT_FALSE(connect.connected);
+}
+
+// A server that closed its links first would otherwise wait minutes for its own port.
+TEST(Listen, AcceptsUntilNobodyWaitsAndTakesItsPortAgainAtOnce) {
+  Descriptor listening = ListenAt("127.0.0.1");
+  ExpectReadyForTheEngine(listening);
+  EXPECT_EQ(EndsOf(listening), "127.0.0.1, 0.0.0.0:0");
+  const std::uint16_t port = LocalPort(listening);
+  EXPECT_EQ(FTSockListen("127.0.0.1", port), kNoSocket);
+  FTSocket accepted = kNoSocket;
+  FTSockAddr address{};
+  EXPECT_EQ(FTSockAccept(listening.Get(), &accepted, &address), 0);
+  Peer caller = Peer::Connect(port, 5s);
+  ASSERT_EQ(FTSockWaitReadable(listening.Get(), kWaitMs), 1);
+  ASSERT_EQ(FTSockAccept(listening.Get(), &accepted, &address), 1);
+  Descriptor link(static_cast<int>(accepted));
+  ExpectReadyForTheEngine(link);
+  EXPECT_EQ(EndsOf(link),
+            "127.0.0.1, 127.0.0.1:" + std::to_string(platform::PortToHost(address.port)));
+  EXPECT_EQ(FTSockAccept(listening.Get(), &accepted, &address), 0);
+
+  link.Close();
+  EXPECT_EQ(caller.WaitClosed(5s), LinkEnd::kOrderly);
+  caller.Close();
+  listening.Close();
+  EXPECT_NE(ListenAt("127.0.0.1", port).Get(), kNoSocket);
+}
+
+}  // namespace

@@ -1,0 +1,149 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "00shcode/ftmtsockimpl/engine_state.h"
+#include "00shcode/ftmtsockimpl/link_info.h"
+#include "sockif/base_sock_if.h"
+#include "tests/support/mailbox.h"
+#include "tests/support/peer.h"
+#include "tests/support/scripted_server.h"
+#include "tests/support/wire.h"
+
+namespace testkit {
+
+// Milliseconds on the library's tick clock.
+std::int64_t TickMs();
+
+// A heap buffer with these bytes, as SendPkg takes it.
+CFTBuffer* NewBuffer(const Bytes& bytes);
+
+// A callback that a protocol class received.
+struct LinkEvent {
+  enum class Kind { kConnected, kAccepted, kConnectFailed, kPackage, kClosed };
+
+  Kind kind{};
+  FTLinkInfo link;
+  FTLinkInfo listener;      // kAccepted
+  Bytes body;               // kPackage, without the header
+  std::int32_t reason = 0;  // kClosed
+  std::uint32_t thread = 0;
+  std::int64_t tick_ms = 0;
+};
+
+struct SpaceReport {
+  std::string link_id;
+  std::int32_t free_bytes;
+  std::int32_t limit;
+  std::uint32_t thread;
+  std::chrono::steady_clock::time_point time;
+};
+
+struct HeartbeatCall {
+  std::uint32_t thread;
+  std::int64_t tick_ms;
+};
+
+struct LogLine {
+  std::string source;
+  int line;
+  std::int32_t level_code;
+  std::string text;
+};
+
+enum class EventMode { kDirect, kByMessage };
+enum class HeartbeatMode { kOnSendThread, kByMessage };
+
+// A protocol on the engine whose packages are those of the wire format, and which writes down all
+// that the engine tells it. Linking and sending take a line each:
+//
+//   TestProtocol protocol;
+//   protocol.Start();
+//   auto [id, peer, link] = protocol.OpenLink(server);
+//   protocol.Send(id, "question");
+class TestProtocol : public CFTBaseSockIf {
+ public:
+  // Run inside the callbacks of their names, on their threads. To be set before Start.
+  struct Hooks {
+    std::function<std::int32_t(const unsigned char*, std::int32_t)> package_length;
+    std::function<void(const FTLinkInfo&, CFTBuffer*, std::int32_t* keep)> received;
+    std::function<void(const FTLinkInfo&)> closed;
+    std::function<void(const FTLinkInfo&)> space;
+    std::function<void(const FTLinkInfo&)> heartbeat;
+  };
+
+  struct OpenedLink {
+    std::string id;
+    Peer peer;
+    FTLinkInfo link;
+  };
+
+  using Milliseconds = std::chrono::milliseconds;
+
+  explicit TestProtocol(EventMode events = EventMode::kByMessage,
+                        HeartbeatMode heartbeats = HeartbeatMode::kOnSendThread);
+  ~TestProtocol() override;
+
+  Hooks& On() { return m_hooks; }
+  // How many threads an interface has before it has links.
+  static constexpr int kThreads = 5;
+
+  // Blocks until the operations are accepted.
+  void Start();
+  // The same, until all threads of the engine have been started. For a process's only protocol.
+  void StartAlone();
+  // Ends the thread and joins it. May be called again.
+  void Stop();
+
+  // All of them with a limit of ten seconds.
+  // Links to the server; throws std::runtime_error when no link comes about.
+  OpenedLink OpenLink(ScriptedServer& server);
+  // The next event of this kind; those before it are dropped. Nothing when none comes.
+  std::optional<LinkEvent> WaitFor(LinkEvent::Kind kind);
+  // The body of the next package.
+  std::optional<Bytes> ReceivePackage();
+  // The reason of the next link that is reported as closed; nothing when none is.
+  std::optional<std::int32_t> WaitClosed();
+
+  // Result of SendPkg with a package of this body that is released in any case.
+  std::int32_t Send(const std::string& link_id, const Bytes& body, std::int32_t priority = 3);
+
+  Mailbox<LinkEvent>& Events() { return m_events; }
+  Mailbox<SpaceReport>& Spaces() { return m_spaces; }
+  Mailbox<HeartbeatCall>& HeartbeatCalls() { return m_heartbeat_calls; }
+
+  // The lines that contain the text, whatever their levels.
+  std::vector<LogLine> LinesWith(const std::string& part) const;
+
+  FTEngineState& State();
+  // Waits until nothing that was received or queued is counted any more.
+  bool CountersReturnToZero();
+
+  void WriteLog(const char* path, int line, std::int32_t level_code, const char* format,
+                ...) override FT_PRINTF(5, 6);
+  void VWriteLog(const char* path, int line, std::int32_t level_code, const char* format,
+                 va_list arguments) override FT_PRINTF(5, 0);
+
+ protected:
+  std::int32_t VGetOnePkgLen(const void* data, std::int32_t count, const FTLinkInfo* link) override;
+  CFTBuffer* VGetHeartbeatPkg(const FTLinkInfo* link, FTReleaseFunction* release) override;
+  void OnLinkClosed(const FTLinkInfo* link, std::int32_t reason) override;
+  void OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::int32_t* keep) override;
+  void OnConnectFailed(const FTLinkInfo* link) override;
+  void OnConnected(const FTLinkInfo* link) override;
+  void OnAccepted(const FTLinkInfo* link, const FTLinkInfo* listener) override;
+  void OnSendSpace(const FTLinkInfo* link, std::int32_t free_bytes, std::int32_t limit) override;
+
+ private:
+  Hooks m_hooks;
+  Mailbox<LinkEvent> m_events;
+  Mailbox<SpaceReport> m_spaces;
+  Mailbox<HeartbeatCall> m_heartbeat_calls;
+  Mailbox<LogLine> m_lines;
+};
+
+}  // namespace testkit
