@@ -1,0 +1,63 @@
+#include "client/balance_query.h"
+
+#include <cstdint>
+#include <string>
+
+#include "00shcode/ftmtsockimpl/sock.h"
+#include "00shcode/mytoolkit/clock.h"
+#include "client/client_slot.h"
+#include "client/comm_thread.h"
+
+namespace {
+
+constexpr int kLinkTests = 800;
+constexpr std::uint32_t kLinkTestPauseMs = 10;
+constexpr int kAnswerPolls = 10000;
+constexpr std::uint32_t kAnswerPollPauseMs = 1;
+constexpr char kQuestionMark = 0x01;
+
+bool LookUpAddress(const char* host, std::string* dotted) {
+  FTSockAddr address{};
+  if (host == nullptr || !platform::LookUpHost(host, &address.address)) return false;
+  FTSockAddrToStr(&address, nullptr, dotted, nullptr);
+  return true;
+}
+
+bool WaitForLink(CClientCommThread* client) {
+  for (int tests = 0; tests < kLinkTests; ++tests) {
+    if (client->IsRunning() != 0 && client->IsOnline() != 0) return true;
+    Sleep(kLinkTestPauseMs);
+  }
+  return false;
+}
+
+char* WaitForAnswer(CClientCommThread* client) {
+  for (int polls = 0; polls <= kAnswerPolls; ++polls) {
+    Sleep(kAnswerPollPauseMs);
+    if (char* const answer = client->PopRecvPkg()) return answer;
+    if (client->IsOnline() == 0) return nullptr;
+  }
+  return nullptr;
+}
+
+char* Ask(CClientCommThread* client, const std::string& address, int port, char question) {
+  client->SetServers({ServerEntry{address, port}});
+  client->StartThread(0);
+  if (!WaitForLink(client)) return nullptr;
+  const char request[2] = {kQuestionMark, question};
+  client->SendRequest(request, sizeof request);
+  return WaitForAnswer(client);
+}
+
+}  // namespace
+
+int QueryBalanceServer(const char* host, int port, char question, char** answer) {
+  if (answer == nullptr) return 0;
+  *answer = nullptr;
+  // Building the client makes the process ready for sockets, which the look-up needs.
+  g_pClientCommThread = new CClientCommThread;
+  std::string address;
+  if (LookUpAddress(host, &address)) *answer = Ask(g_pClientCommThread, address, port, question);
+  TearDownClient();
+  return *answer != nullptr ? 1 : 0;
+}

@@ -1,0 +1,5 @@
+#pragma once
+
+// CClientDataSource::GetBalanceServer: runs a client of its own in the process's slot, which it
+// leaves empty.
+int QueryBalanceServer(const char* host, int port, char question, char** answer);

@@ -1,0 +1,13 @@
+#include "client/client_slot.h"
+
+#include "client/comm_thread.h"
+
+CClientCommThread* g_pClientCommThread = nullptr;
+
+void TearDownClient() {
+  if (g_pClientCommThread == nullptr) return;
+  g_pClientCommThread->PostQuit();
+  g_pClientCommThread->WaitThreadExit();
+  delete g_pClientCommThread;
+  g_pClientCommThread = nullptr;
+}

@@ -1,0 +1,117 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "client/client_slot.h"
+#include "tests/support/answering_server.h"
+#include "tests/support/client_test.h"
+#include "tests/support/dead_ports.h"
+#include "tests/support/process_usage.h"
+#include "tests/support/thread_limit.h"
+
+namespace testkit {
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+
+const Bytes kHeartbeatBody("HB\0", 3);
+
+class BalanceQuery : public ClientTest {
+ protected:
+  // The answer's body; nothing without an answer.
+  std::optional<Bytes> Query(std::string host, int port, char question = 'A') {
+    char* answer = host.data();
+    const int result = m_client.GetBalanceServer(host.data(), port, question, &answer);
+    EXPECT_EQ(g_pClientCommThread, nullptr);
+    EXPECT_EQ(result, answer == nullptr ? 0 : 1);
+    if (result != 1) return std::nullopt;
+    std::size_t length = 0;
+    for (int i = 3; i >= 0; --i) length = length << 8 | static_cast<unsigned char>(answer[i]);
+    Bytes body(answer + 4, length);
+    m_client.FreeBuffer(answer);
+    return body;
+  }
+
+  std::future<std::optional<Bytes>> BeginQuery(const ScriptedServer& server, char question) {
+    return std::async(std::launch::async, [this, question, port = server.Port()] {
+      return Query(kLoopbackHost, port, question);
+    });
+  }
+
+  const HeldResources m_before;
+};
+
+TEST_F(BalanceQuery, FirstPackageIsTheAnswer) {
+  for (const Bytes& body : {Bytes("10.0.0.7:8000"), Bytes(), Bytes("HB"), PatternBody(300000)}) {
+    AnsweringServer server([&](const Bytes&) {
+      return std::vector<Bytes>{kHeartbeatBody, body, "second", body};
+    });
+    EXPECT_TRUE(Query("localhost", server.Port()) == body) << body.size() << " bytes";
+    EXPECT_TRUE(server.WaitForOpenLinks(0, 5s));
+    EXPECT_EQ(server.Fault(), "");
+  }
+  EXPECT_TRUE(m_before.AreRestored(5s)) << m_before.Difference();
+}
+
+TEST_F(BalanceQuery, QuestionIsTwoBytesOnTheWire) {
+  ScriptedServer server;
+  for (const char* const wire :
+       {"01 00 00 00 00 00 00 02 FE BE FF FF 01 41", "01 00 00 00 00 00 00 02 FE FF FF FF 01 00"}) {
+    const Bytes package = FromHex(wire);
+    auto querying = BeginQuery(server, package.back());
+    Peer peer = server.Accept(5s);
+    EXPECT_EQ(peer.ReceiveExactly(14, 5s), package);
+    peer.SendPackage("yes");
+    EXPECT_EQ(querying.get(), "yes");
+    EXPECT_EQ(peer.ReceiveExactly(1, 5s), std::nullopt) << "more than one question";
+  }
+}
+
+TEST_F(BalanceQuery, HostsThatCannotBeResolvedAreNotLinkedTo) {
+  const ThreadLimit none(0);
+  for (const char* const host : {"no-such-host.invalid", "256.1.1.1", ""}) {
+    EXPECT_EQ(Query(host, 80), std::nullopt) << host;
+  }
+  char host[] = "127.0.0.1";
+  char* answer = host;
+  EXPECT_EQ(m_client.GetBalanceServer(nullptr, 80, 'A', &answer), 0);
+  EXPECT_EQ(answer, nullptr);
+  EXPECT_EQ(m_client.GetBalanceServer(host, 80, 'A', nullptr), 0);
+  EXPECT_EQ(none.RefusedCount(), 0) << "a client was started";
+}
+
+TEST_F(BalanceQuery, ServerThatClosesWithoutAnAnswerEndsTheWait) {
+  ScriptedServer server;
+  auto querying = BeginQuery(server, 'A');
+  Peer peer = server.Accept(5s);
+  EXPECT_TRUE(peer.ReceivePackage(5s));
+  peer.Close();
+  // Far from the ten seconds that an answer may take.
+  EXPECT_EQ(querying.wait_for(7s), std::future_status::ready);
+  EXPECT_EQ(querying.get(), std::nullopt);
+}
+
+TEST_F(BalanceQuery, RefusedLinkIsGivenUpAfterEightSecondsAndTheClientIsFreeAgain) {
+  ClosedPort refusing;
+  ScriptedServer server;
+  const auto begin = steady_clock::now();
+  EXPECT_EQ(Query(refusing.Host(), refusing.Port()), std::nullopt);
+  EXPECT_GE(steady_clock::now() - begin, 8s);
+  LinkWith(&server);
+}
+
+TEST_F(BalanceQuery, HeartbeatsAreNoAnswer) {
+  AnsweringServer server([&](const Bytes&) { return std::vector<Bytes>(20, kHeartbeatBody); });
+  const auto begin = steady_clock::now();
+  EXPECT_EQ(Query(server.Host(), server.Port()), std::nullopt);
+  // Ten seconds, or less when the reply watchdog comes first.
+  EXPECT_GE(steady_clock::now() - begin, 8s);
+}
+
+}  // namespace
+}  // namespace testkit
