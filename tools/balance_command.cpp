@@ -1,0 +1,53 @@
+#include "tools/balance_command.h"
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "tools/balance_answer.h"
+#include "tools/body_text.h"
+#include "tools/console.h"
+#include "tools/endpoint.h"
+#include "tools/exit_status.h"
+
+namespace {
+
+constexpr char kHelp[] = "Ask a balance server one question and print its answer.";
+
+constexpr char kDetails[] =
+    "Gives up after about 8 seconds without a link, or 10 without an answer.\n\n";
+
+struct BalanceOptions {
+  std::string server;
+  int ask = 0;
+  bool hex = false;
+};
+
+int Ask(const BalanceOptions& options) {
+  CClientDataSource client;
+  const Endpoint server = ParseEndpoint(options.server);
+  const auto answer = AskBalanceServer(&client, server, static_cast<unsigned char>(options.ask));
+  if (!answer) {
+    std::fprintf(stderr, "ftc: no answer from %s\n", ShowEndpoint(server).c_str());
+    return kExitFailed;
+  }
+  PrintLine(ShowBody(*answer, options.hex ? BodyStyle::kHex : BodyStyle::kTextIfPrintable));
+  return kExitDone;
+}
+
+}  // namespace
+
+void AddBalanceCommand(CLI::App* program, int* status) {
+  CLI::App* const command = program->add_subcommand("balance", kHelp);
+  const auto options = std::make_shared<BalanceOptions>();
+  command->add_option("server", options->server, "The balance server's name or address, and port")
+      ->check(FindEndpointFault)
+      ->type_name("HOST:PORT")
+      ->required();
+  command->add_option("--ask", options->ask, "The question: one byte")
+      ->check(CLI::Range(0, 255))
+      ->required();
+  command->add_flag("--hex", options->hex, "Print the answer as hex digits");
+  command->footer(std::string(kDetails) + kExitStatusHelp);
+  command->callback([options, status] { *status = Ask(*options); });
+}

@@ -1,0 +1,25 @@
+#include "tools/interrupt.h"
+
+#include <atomic>
+#include <csignal>
+
+namespace {
+
+std::atomic<bool> g_interrupted{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler may not wait for a lock");
+
+extern "C" void OnInterrupt(int signal_number) {
+  g_interrupted.store(true);
+  std::signal(signal_number, SIG_DFL);
+}
+
+}  // namespace
+
+void CatchInterrupts() {
+  std::signal(SIGINT, &OnInterrupt);
+  std::signal(SIGTERM, &OnInterrupt);
+}
+
+bool IsInterrupted() {
+  return g_interrupted.load();
+}

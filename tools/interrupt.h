@@ -1,0 +1,8 @@
+// Ctrl-C and the request to terminate, as a flag that loops look at.
+#pragma once
+
+// From now on the first of these signals sets the flag; a second one ends the process at once.
+void CatchInterrupts();
+
+// Any thread.
+bool IsInterrupted();

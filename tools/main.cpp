@@ -1,0 +1,35 @@
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include "tools/balance_command.h"
+#include "tools/demo_command.h"
+#include "tools/exit_status.h"
+#include "tools/link_command.h"
+#include "tools/serve_command.h"
+
+int main(int argc, char** argv) {
+  CLI::App program("ftc: host and development server for the ftclient library.", "ftc");
+  program.require_subcommand(0, 1);
+  program.footer(std::string("'ftc COMMAND --help' tells more about a command.\n\n") +
+                 kExitStatusHelp);
+  int status = kExitDone;
+  AddServeCommand(&program, &status);
+  AddLinkCommand(&program, &status);
+  AddBalanceCommand(&program, &status);
+  AddDemoCommand(&program, &status);
+  try {
+    program.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return program.exit(error) == 0 ? kExitDone : kExitBadArguments;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "ftc: %s\n", error.what());
+    return kExitFailed;
+  }
+  if (program.get_subcommands().empty()) {
+    std::fprintf(stderr, "ftc: which command?\n\n%s", program.help().c_str());
+    return kExitBadArguments;
+  }
+  return status;
+}
