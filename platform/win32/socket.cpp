@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <utility>
 
@@ -60,11 +61,43 @@ Socket Prepared(SOCKET socket) {
   return static_cast<Socket>(socket);
 }
 
+// Calls until the call was carried out: what interrupts it is no event of the link's.
+template <typename Call>
+auto Uninterrupted(Call call) {
+  auto result = call();
+  while (result == static_cast<decltype(result)>(SOCKET_ERROR) && WSAGetLastError() == WSAEINTR) {
+    result = call();
+  }
+  return result;
+}
+
 void FillSystemSet(const SocketSet* set, fd_set* system_set) {
   FD_ZERO(system_set);
   if (set == nullptr) return;
   for (const Socket socket : set->Members()) {
     system_set->fd_array[system_set->fd_count++] = Handle(socket);
+  }
+}
+
+std::int64_t NowMs() {
+  LARGE_INTEGER count;
+  LARGE_INTEGER per_second;
+  QueryPerformanceCounter(&count);
+  QueryPerformanceFrequency(&per_second);
+  return count.QuadPart * 1000 / per_second.QuadPart;
+}
+
+int SelectUntil(const SocketSet* read, fd_set* readable, const SocketSet* write, fd_set* writable,
+                int timeout_ms) {
+  const std::int64_t deadline = NowMs() + timeout_ms;
+  int remaining = timeout_ms;
+  for (;;) {
+    FillSystemSet(read, readable);
+    FillSystemSet(write, writable);
+    timeval limit{remaining / 1000, remaining % 1000 * 1000};
+    const int ready = select(0, readable, writable, nullptr, timeout_ms < 0 ? nullptr : &limit);
+    if (ready >= 0 || WSAGetLastError() != WSAEINTR) return ready;
+    remaining = static_cast<int>(std::max<std::int64_t>(0, deadline - NowMs()));
   }
 }
 
@@ -129,7 +162,8 @@ bool ListenOn(Socket socket, const SocketAddress& local) {
 Socket AcceptSocket(Socket listening, SocketAddress* peer, SocketError* error) {
   SocketAddress address{};
   int length = sizeof address;
-  const SOCKET socket = accept(Handle(listening), AsSystem(&address), &length);
+  const SOCKET socket =
+      Uninterrupted([&] { return accept(Handle(listening), AsSystem(&address), &length); });
   if (socket == INVALID_SOCKET) {
     const int why = WSAGetLastError();
     *error = why == WSAECONNRESET ? SocketError::kAborted : MeaningOf(why);
@@ -146,7 +180,8 @@ SocketError ConnectSocket(Socket socket, const SocketAddress& remote) {
   switch (MeaningOf(WSAGetLastError())) {
     case SocketError::kWouldBlock:
     case SocketError::kInProgress:
-    case SocketError::kRefused:  // a peer's answer, only a quick one
+    case SocketError::kInterrupted:  // the system goes on connecting
+    case SocketError::kRefused:      // a peer's answer, only a quick one
       return SocketError::kInProgress;
     default:
       return SocketError::kBroken;
@@ -171,14 +206,16 @@ ConnectState TakeConnectResult(Socket socket) {
 }
 
 int ReceiveBytes(Socket socket, void* buffer, int length, SocketError* error) {
-  const int received = recv(Handle(socket), static_cast<char*>(buffer), length, 0);
+  const int received =
+      Uninterrupted([&] { return recv(Handle(socket), static_cast<char*>(buffer), length, 0); });
   if (received > 0) return received;
   *error = received == 0 ? SocketError::kBroken : MeaningOf(WSAGetLastError());
   return 0;
 }
 
 int SendBytes(Socket socket, const void* data, int length, SocketError* error) {
-  const int sent = send(Handle(socket), static_cast<const char*>(data), length, 0);
+  const int sent = Uninterrupted(
+      [&] { return send(Handle(socket), static_cast<const char*>(data), length, 0); });
   if (sent > 0) return sent;
   *error = sent == 0 ? SocketError::kBroken : MeaningOf(WSAGetLastError());
   return 0;
@@ -224,10 +261,7 @@ bool LookUpHost(const char* name, std::uint32_t* address) {
 int WaitForSockets(SocketSet* read, SocketSet* write, int timeout_ms) {
   fd_set readable;
   fd_set writable;
-  FillSystemSet(read, &readable);
-  FillSystemSet(write, &writable);
-  timeval limit{timeout_ms / 1000, timeout_ms % 1000 * 1000};
-  const int ready = select(0, &readable, &writable, nullptr, timeout_ms < 0 ? nullptr : &limit);
+  const int ready = SelectUntil(read, &readable, write, &writable, timeout_ms);
   if (ready <= 0) {
     FD_ZERO(&readable);
     FD_ZERO(&writable);
