@@ -8,9 +8,9 @@
 
 #include "client/client_slot.h"
 #include "client/clientdatasource.h"
-#include "client/ftwindow.h"
 #include "tests/support/answering_server.h"
 #include "tests/support/client_test.h"
+#include "tests/support/environment.h"
 #include "tests/support/wait_until.h"
 
 namespace testkit {
@@ -41,16 +41,16 @@ class ClientExitDeathTest : public ::testing::Test {
 
 [[noreturn]] void EndLinked(CClientDataSource* client, int requests) {
   g_server = new EchoServer;
-  const unsigned int window = FTCreateWindow();
-  LinkClient(client, {At(*g_server)}, window, 1);
-  FTWindowMsg taken{};
-  if (FTWaitMessage(window, &taken, 10000) != 1 || taken.lParam != LINK_EVENT_UP) std::_Exit(2);
+  ClientWindow window(client);
+  LinkClient(client, {At(*g_server)}, window.Handle(), window.Message());
+  if (window.Next(10s) != LinkUp()) std::_Exit(2);
   for (int i = 0; i < requests; ++i) client->AskData("do not answer me", 16);
   std::exit(0);
 }
 
 [[noreturn]] void EndWhileConnecting() {
-  LinkClient(&g_host.client, {{kLoopbackHost, 0}}, FTCreateWindow(), 1);
+  const ClientWindow window(&g_host.client);
+  LinkClient(&g_host.client, {{kLoopbackHost, 0}}, window.Handle(), window.Message());
   std::exit(0);
 }
 
@@ -69,9 +69,9 @@ TEST_F(ClientExitDeathTest, ClientMayBeAtWorkWhenMainEnds) {
 
 TEST_F(ClientExitDeathTest, GlobalClientMayLinkBeforeMain) {
   const EchoServer server;
-  setenv(kEarlyPort, std::to_string(server.Port()).c_str(), 1);
+  SetVariable(kEarlyPort, std::to_string(server.Port()).c_str());
   EXPECT_EXIT(EndAfterAnEarlyLink(), ::testing::ExitedWithCode(0), "^$");
-  unsetenv(kEarlyPort);
+  SetVariable(kEarlyPort, "");
 }
 
 }  // namespace

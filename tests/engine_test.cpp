@@ -1,17 +1,14 @@
 // From connect to the link table, and out of it again.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 #include <map>
-#include <vector>
 
 #include "00shcode/mytoolkit/text.h"
 #include "tests/support/answering_server.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/process_usage.h"
 #include "tests/support/release_counter.h"
+#include "tests/support/socket_traits.h"
 #include "tests/support/stderr_capture.h"
 #include "tests/support/test_protocol.h"
 #include "tests/support/thread_limit.h"
@@ -139,6 +136,7 @@ TEST(Engine, AnIdleLinkIsClosedAfterSendingToo) {
 }
 
 TEST(Engine, ALinkWithoutReceiveThreadIsReportedAndForgotten) {
+  const LinkEnd reset = EndOfResetLinks();
   ScriptedServer server;
   const StderrCapture written;
   TestProtocol protocol;
@@ -151,7 +149,7 @@ TEST(Engine, ALinkWithoutReceiveThreadIsReportedAndForgotten) {
   ASSERT_TRUE(event);
   EXPECT_EQ(event->kind, Kind::kConnectFailed);
   EXPECT_EQ(event->link.link_id, id);
-  EXPECT_EQ(peer.WaitClosed(10s), LinkEnd::kReset);
+  EXPECT_EQ(peer.WaitClosed(10s), reset);
   EXPECT_TRUE(WaitUntil([&] { return CountDescriptors() == descriptors + 1; }, 10s));  // the peer's
   EXPECT_EQ(protocol.IsLinkUp(id), 0);
   EXPECT_EQ(none.RefusedCount(), 1);
@@ -211,33 +209,6 @@ TEST(Engine, ManyLinksAtOnceDoNotMixTheirPackages) {
     EXPECT_EQ(protocol.Events().Count(), 0U);
   }
   EXPECT_TRUE(before.AreRestored(10s)) << before.Difference();
-}
-
-// Takes all descriptor numbers below the one given.
-std::vector<Descriptor> TakeNumbersBelow(int number) {
-  rlimit limit{};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  limit.rlim_cur = limit.rlim_max;
-  setrlimit(RLIMIT_NOFILE, &limit);
-  std::vector<Descriptor> taken;
-  do {
-    taken.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
-  } while (taken.back().Get() >= 0 && taken.back().Get() < number);
-  return taken;
-}
-
-TEST(Engine, LinksWithHighDescriptorNumbersWorkLikeOthers) {
-  const auto taken = TakeNumbersBelow(2100);
-  if (taken.back().Get() < 0) GTEST_SKIP() << "the system does not allow so many descriptors";
-  EchoServer echo;
-  TestProtocol protocol;
-  protocol.Start();
-  const std::string id = protocol.Connect(echo.Host(), echo.Port());
-  const auto connected = protocol.WaitFor(Kind::kConnected);
-  ASSERT_TRUE(connected);
-  EXPECT_GT(connected->link.socket, 2100);
-  ASSERT_EQ(protocol.Send(id, PatternBody(2000000)), 0);
-  EXPECT_EQ(protocol.ReceivePackage(), PatternBody(2000000));
 }
 
 }  // namespace

@@ -22,7 +22,10 @@ using namespace std::chrono_literals;
 
 class ListenerTest : public ::testing::Test {
  protected:
-  ListenerTest() { m_listener.StartThread(0); }
+  ListenerTest() {
+    platform::StartSockets();
+    m_listener.StartThread(0);
+  }
   ~ListenerTest() override { Stop(); }
 
   void Stop() {

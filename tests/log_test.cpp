@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <ctime>
 #include <string>
 
 #include "00shcode/mytoolkit/thread.h"
+#include "tests/support/environment.h"
 #include "tests/support/stderr_capture.h"
 
 using namespace testkit;
@@ -17,7 +17,7 @@ namespace {
 constexpr std::int64_t kSeconds = 946684798;  // two before the year 2000
 
 void UseTimeZone(const char* zone) {
-  setenv("TZ", zone, 1);
+  SetVariable("TZ", zone);
   tzset();
 }
 
@@ -37,7 +37,7 @@ TEST(LogLine, HasItsFieldsInPlace) {
   log.WriteLogEx(kSeconds, 7, "c:\\src\\exactly12.cp", 1, nullptr, -2, -1, "no line end");
   log.WriteLogEx(kSeconds, 999, "src/thirteen_.cpp", 123456, "", -12, 10054, "|%%|\n");
   log.WriteLogEx(kSeconds, 89, "dir/", 1, "", 0, 0, "\n");
-  UseTimeZone("WEST+01:00");
+  UseTimeZone("WST+01:00");
   log.WriteLogEx(kSeconds, 89, "a.cpp", 1, "", 0, 0, "\n");
   log.WriteLogEx(kSeconds, 0, "a.cpp", 1, "", 0, 0, "\n");
   log.WriteLogEx(0, 89, "a.cpp", 1, "", 0, 0, "\n");

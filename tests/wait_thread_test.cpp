@@ -8,6 +8,7 @@
 #include "tests/support/manual_clock.h"
 #include "tests/support/process_usage.h"
 #include "tests/support/release_counter.h"
+#include "tests/support/socket_traits.h"
 #include "tests/support/test_protocol.h"
 #include "tests/support/wait_until.h"
 
@@ -66,13 +67,14 @@ TEST_F(WaitThread, DeletesALinkMoreThan5SecondsAfterItFinished) {
 }
 
 TEST_F(WaitThread, ClosesTheSocketOfALinkAtTheLatestWhenItDeletesIt) {
+  const LinkEnd reset = EndOfResetLinks();
   ManualClock clock;
   auto link = m_protocol.OpenLink(m_slow);
   link.peer.StopSending();
   ASSERT_EQ(m_protocol.WaitClosed(), 2);
   ASSERT_TRUE(AllLinksFinish());
   const FastClock runs_on(20);
-  EXPECT_EQ(link.peer.WaitClosed(10s), LinkEnd::kReset);
+  EXPECT_EQ(link.peer.WaitClosed(10s), reset);
 }
 
 TEST_F(WaitThread, DeletesSeveralLinksInOneCheck) {

@@ -1,11 +1,5 @@
 #include "tests/support/answering_server.h"
 
-#include <poll.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdint>
 #include <stdexcept>
 #include <utility>
 
@@ -21,12 +15,6 @@ Descriptor OpenListening() {
   return socket;
 }
 
-Descriptor OpenWakeEvent() {
-  Descriptor event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-  if (event.Get() < 0) ThrowSystemError("eventfd");
-  return event;
-}
-
 }  // namespace
 
 AnsweringServer::AnsweringServer(Answer answer, Heartbeats heartbeats)
@@ -34,12 +22,11 @@ AnsweringServer::AnsweringServer(Answer answer, Heartbeats heartbeats)
       m_heartbeats(heartbeats),
       m_listening(OpenListening()),
       m_port(LocalPort(m_listening)),
-      m_wake(OpenWakeEvent()),
       m_thread([this] { Run(); }) {}
 
 AnsweringServer::~AnsweringServer() {
   Report([this] { m_stopping = true; });
-  Wake();
+  m_wake.Set();
   m_thread.join();
 }
 
@@ -98,20 +85,15 @@ void AnsweringServer::Run() {
 }
 
 void AnsweringServer::WaitForWork() const {
-  std::vector<pollfd> entries{{m_wake.Get(), POLLIN, 0}, {m_listening.Get(), POLLIN, 0}};
-  for (const Link& link : m_links) {
-    const int events = link.outgoing.empty() ? POLLIN : POLLIN | POLLOUT;
-    entries.push_back({link.socket.Get(), static_cast<short>(events), 0});
-  }
+  std::vector<Interest> interests{{&m_wake.Readable(), false}, {&m_listening, false}};
+  for (const Link& link : m_links) interests.push_back({&link.socket, !link.outgoing.empty()});
   // What is ready does not matter: everything is tried, and nothing blocks.
-  ppoll(entries.data(), entries.size(), nullptr, nullptr);
+  WaitForAny(interests);
 }
 
 // False when the server is to end.
 bool AnsweringServer::CarryOutOrders() {
-  std::uint64_t wakes = 0;
-  while (read(m_wake.Get(), &wakes, sizeof wakes) > 0) {
-  }
+  m_wake.Clear();
   std::vector<Order> orders;
   {
     const std::lock_guard<std::mutex> guard(m_lock);
@@ -171,12 +153,7 @@ void AnsweringServer::Give(Order order) {
     const std::lock_guard<std::mutex> guard(m_lock);
     m_orders.push_back(std::move(order));
   }
-  Wake();
-}
-
-void AnsweringServer::Wake() const {
-  const std::uint64_t one = 1;
-  if (write(m_wake.Get(), &one, sizeof one) < 0 && errno != EAGAIN) ThrowSystemError("write");
+  m_wake.Set();
 }
 
 template <typename Change>

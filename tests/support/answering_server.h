@@ -13,6 +13,7 @@
 
 #include "tests/support/peer.h"
 #include "tests/support/socket_io.h"
+#include "tests/support/wake_event.h"
 #include "tests/support/wire.h"
 
 namespace testkit {
@@ -70,7 +71,6 @@ class AnsweringServer {
   bool Serve(Link& link);
   void Handle(Link& link, Bytes body);
   void Give(Order order);
-  void Wake() const;
   template <typename Change>
   void Report(Change change);
   template <typename Reached>
@@ -80,7 +80,7 @@ class AnsweringServer {
   const Heartbeats m_heartbeats;
   const Descriptor m_listening;
   const std::uint16_t m_port;
-  const Descriptor m_wake;
+  const WakeEvent m_wake;
   std::list<Link> m_links;  // the server's thread only
 
   mutable std::mutex m_lock;  // guards what follows

@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "client/ftwindow.h"
+#include "tests/support/test_window.h"
 
 namespace testkit {
 
@@ -41,18 +41,18 @@ Notification Package(Bytes body) {
 }
 
 ClientWindow::ClientWindow(CClientDataSource* client, unsigned int message)
-    : m_client(client), m_message(message), m_handle(FTCreateWindow()) {
+    : m_client(client), m_message(message), m_handle(CreateTestWindow()) {
   EXPECT_NE(m_handle, 0U);
 }
 
 std::optional<Notification> ClientWindow::Next(std::chrono::milliseconds limit) {
-  FTWindowMsg taken{};
-  if (FTWaitMessage(m_handle, &taken, static_cast<int>(limit.count())) != 1) return std::nullopt;
-  EXPECT_EQ(taken.window, m_handle);
-  EXPECT_EQ(taken.message, m_message);
-  if (taken.wParam == 0) return Notification{static_cast<int>(taken.lParam), {}};
-  char* const body = reinterpret_cast<char*>(taken.wParam);
-  Notification package = Package(Bytes(body, static_cast<std::size_t>(taken.lParam)));
+  const auto taken = TakeTestMessage(m_handle, limit);
+  if (!taken) return std::nullopt;
+  EXPECT_EQ(taken->window, m_handle);
+  EXPECT_EQ(taken->message, m_message);
+  if (taken->w_param == 0) return Notification{static_cast<int>(taken->l_param), {}};
+  char* const body = reinterpret_cast<char*>(taken->w_param);
+  Notification package = Package(Bytes(body, static_cast<std::size_t>(taken->l_param)));
   m_client->FreeBuffer(body);
   return package;
 }
@@ -70,7 +70,7 @@ void ClientWindow::Drain() {
 }
 
 void ClientWindow::Destroy() {
-  if (m_handle != 0) FTDestroyWindow(m_handle);
+  if (m_handle != 0) DestroyTestWindow(m_handle);
   m_handle = 0;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "tests/support/socket_io.h"
 
@@ -31,7 +32,7 @@ class FullBacklogPort {
  private:
   Descriptor m_socket;
   std::uint16_t m_port;
-  Descriptor m_caller;  // has the one place, and is never accepted
+  std::vector<Descriptor> m_callers;  // have all the places, and are never accepted
 };
 
 }  // namespace testkit

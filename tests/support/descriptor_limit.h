@@ -1,11 +1,12 @@
 #pragma once
 
-#include <sys/resource.h>
+#include <cstddef>
 
 namespace testkit {
 
-// While it lives the process can open only so many more descriptors (sockets, files, events) at the
-// same time. Those that are open stay usable; one that is closed may be replaced. One at a time.
+// While it lives the process can open only so many more descriptors (sockets, files, events; on
+// Windows sockets) at the same time. Those that are open stay usable; one that is closed may be
+// replaced. One at a time.
 class DescriptorLimit {
  public:
   explicit DescriptorLimit(int more);
@@ -14,7 +15,7 @@ class DescriptorLimit {
   DescriptorLimit& operator=(const DescriptorLimit&) = delete;
 
  private:
-  rlimit m_before;
+  std::size_t m_before;
 };
 
 }  // namespace testkit

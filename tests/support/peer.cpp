@@ -1,8 +1,5 @@
 #include "tests/support/peer.h"
 
-#include <poll.h>
-#include <sys/socket.h>
-
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -42,7 +39,7 @@ void Peer::SendRaw(const Bytes& bytes) {
   const Deadline deadline(kSendLimit);
   std::size_t sent = 0;
   while (sent < bytes.size()) {
-    if (!WaitReady(m_socket, POLLOUT, deadline)) {
+    if (!WaitReady(m_socket, Direction::kWrite, deadline)) {
       throw std::runtime_error("the other side took only " + std::to_string(sent) + " of " +
                                std::to_string(bytes.size()) + " bytes");
     }
@@ -109,18 +106,16 @@ void Peer::Reset() {
 }
 
 void Peer::StopSending() {
-  if (shutdown(m_socket.Get(), SHUT_WR) != 0) ThrowSystemError("shutdown");
+  testkit::StopSending(m_socket);
 }
 
 void Peer::ShrinkReceiveBuffer(int bytes) {
-  if (setsockopt(m_socket.Get(), SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes) != 0) {
-    ThrowSystemError("setsockopt");
-  }
+  SetReceiveBuffer(m_socket, bytes);
 }
 
 // False when the deadline passed or the stream has ended.
 bool Peer::ReadMore(const Deadline& deadline) {
-  while (m_end == LinkEnd::kStillOpen && WaitReady(m_socket, POLLIN, deadline)) {
+  while (m_end == LinkEnd::kStillOpen && WaitReady(m_socket, Direction::kRead, deadline)) {
     switch (ReadAvailable(m_socket, &m_stream)) {
       case ReadResult::kBytes:
         return true;

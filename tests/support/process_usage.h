@@ -7,8 +7,9 @@
 
 namespace testkit {
 
-std::size_t CountDescriptors();
-std::size_t CountThreads();  // those that were joined do not count
+std::size_t CountDescriptors();  // on Windows: sockets
+std::size_t CountHandles();      // descriptors; on Windows whatever the system numbers
+std::size_t CountThreads();      // those that were joined do not count
 // User and system time of all threads so far.
 std::chrono::microseconds CpuTime();
 
@@ -26,7 +27,7 @@ class HeldResources {
   std::string Difference() const;
 
  private:
-  std::size_t m_descriptors;
+  std::size_t m_handles;
   std::size_t m_threads;
 };
 

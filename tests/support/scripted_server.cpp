@@ -1,8 +1,5 @@
 #include "tests/support/scripted_server.h"
 
-#include <poll.h>
-#include <sys/socket.h>
-
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -17,10 +14,7 @@ constexpr int kBacklog = 64;
 
 ScriptedServer::ScriptedServer(int receive_buffer)
     : m_socket(OpenBoundSocket()), m_port(LocalPort(m_socket)) {
-  if (receive_buffer > 0 && setsockopt(m_socket.Get(), SOL_SOCKET, SO_RCVBUF, &receive_buffer,
-                                       sizeof receive_buffer) != 0) {
-    ThrowSystemError("setsockopt");
-  }
+  if (receive_buffer > 0) SetReceiveBuffer(m_socket, receive_buffer);
   ListenAgain();
 }
 
@@ -36,7 +30,7 @@ Peer ScriptedServer::Accept(std::chrono::milliseconds limit) {
 std::optional<Peer> ScriptedServer::TryAccept(std::chrono::milliseconds limit) {
   if (!m_is_listening) throw std::logic_error("a server that does not listen accepts nobody");
   const Deadline deadline(limit);
-  while (WaitReady(m_socket, POLLIN, deadline)) {
+  while (WaitReady(m_socket, Direction::kRead, deadline)) {
     Descriptor accepted = AcceptWaiting(m_socket);
     if (accepted.Get() >= 0) return Peer(std::move(accepted));
   }
@@ -44,8 +38,7 @@ std::optional<Peer> ScriptedServer::TryAccept(std::chrono::milliseconds limit) {
 }
 
 void ScriptedServer::StopListening() {
-  // The end of listening without closing: the port stays bound.
-  if (shutdown(m_socket.Get(), SHUT_RDWR) != 0) ThrowSystemError("shutdown");
+  EndListening(&m_socket);
   m_is_listening = false;
 }
 

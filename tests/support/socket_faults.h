@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstddef>
 #include <vector>
 
@@ -9,13 +7,14 @@ namespace testkit {
 
 struct SocketCall {
   int socket;
-  std::size_t asked;  // bytes
-  ssize_t result;     // as the caller saw it
-  int error;          // errno when the result is -1
+  std::size_t asked;      // bytes
+  std::ptrdiff_t result;  // as the caller saw it
+  int error;              // errno value when the result is -1
 };
 
-// While it lives, send, recv and poll behave in this process as told and are recorded; the sockets
-// of this kit are left out. Faults may be set while other threads are calling. One at a time.
+// While it lives, send, recv and poll (on Windows select) behave in this process as told and are
+// recorded; the sockets of this kit are left out. Faults may be set while other threads are
+// calling. One at a time.
 class SocketFaults {
  public:
   SocketFaults();

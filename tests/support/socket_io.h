@@ -1,13 +1,12 @@
 // What the kit's servers are made of: raw sockets of this machine, each call with a deadline. None
-// of it uses send, recv or poll, which tests may have told to fail.
+// of it uses the calls that tests may have told to fail (send, recv and poll; on Windows select).
 #pragma once
-
-#include <netinet/in.h>
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "tests/support/wire.h"
 
@@ -27,7 +26,7 @@ class Deadline {
   std::chrono::steady_clock::time_point m_end;
 };
 
-// Owns a descriptor; -1 when it owns none.
+// Owns a descriptor, on Windows a socket; -1 when it owns none.
 class Descriptor {
  public:
   explicit Descriptor(int fd = -1) : m_fd(fd) {}
@@ -52,14 +51,26 @@ Descriptor OpenBoundSocket();
 std::uint16_t LocalPort(const Descriptor& socket);
 
 void StartListening(const Descriptor& socket, int backlog);
+// Refuses connects from here on and resets those that nobody accepted; the port stays bound.
+void EndListening(Descriptor* socket);
 // Non-blocking; owns nothing when nobody waits.
 Descriptor AcceptWaiting(const Descriptor& listening);
 // Starts a connect to a port of this machine and waits until it is decided. False at the deadline;
 // throws when it is refused.
 bool ConnectTo(const Descriptor& socket, std::uint16_t port, const Deadline& deadline);
 
-// Waits for POLLIN or POLLOUT; false when the deadline passes first.
-bool WaitReady(const Descriptor& socket, short events, const Deadline& deadline);
+enum class Direction { kRead, kWrite };
+
+// Waits until a read or a write has something to do; false when the deadline passes first.
+bool WaitReady(const Descriptor& socket, Direction direction, const Deadline& deadline);
+
+struct Interest {
+  const Descriptor* socket;
+  bool also_write;  // besides what there is to read
+};
+
+// Waits, without a limit, until there is something to do at one of them.
+void WaitForAny(const std::vector<Interest>& interests);
 
 // The bytes that are there, at most 64 KiB. kNothing: none now. Otherwise the stream is over.
 enum class ReadResult { kBytes, kNothing, kOrderlyEnd, kReset };
@@ -67,6 +78,15 @@ ReadResult ReadAvailable(const Descriptor& socket, Bytes* bytes);
 // How many of the bytes the system took now; throws when the link is gone.
 std::size_t WriteAvailable(const Descriptor& socket, const char* data, std::size_t size);
 
+void StopSending(const Descriptor& socket);  // half-closes it
+void SetReceiveBuffer(const Descriptor& socket, int bytes);
 void CloseWithReset(Descriptor* socket);
+
+// How the library set up a socket of its own.
+bool IsNonBlocking(const Descriptor& socket);  // asked while nothing waits at the socket
+bool IsInherited(const Descriptor& socket);    // by child processes
+bool DelaysSmallWrites(const Descriptor& socket);
+int SendBuffer(const Descriptor& socket);  // bytes, as they were asked for
+int ReceiveBuffer(const Descriptor& socket);
 
 }  // namespace testkit

@@ -4,8 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/socket_io.h"
-
 namespace testkit {
 
 // While it lives everything that the process writes to its standard error stream, on any thread,
@@ -25,8 +23,8 @@ class StderrCapture {
   bool WaitForLine(const std::string& part, std::chrono::milliseconds limit) const;
 
  private:
-  Descriptor m_file;
-  Descriptor m_original;
+  int m_file;      // what was written
+  int m_original;  // where it went before
 };
 
 }  // namespace testkit

@@ -1,8 +1,10 @@
 #include "tests/support/descriptor_limit.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <utility>
 #include <vector>
 
 #include "tests/support/socket_io.h"
@@ -21,16 +23,19 @@ int FirstNumberBehind(int more) {
   return taken.back().Get();
 }
 
-void SetLimit(const rlimit& limit) {
+// Returns the limit before.
+rlim_t SetLimit(rlim_t number) {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) ThrowSystemError("getrlimit");
+  const rlim_t before = std::exchange(limit.rlim_cur, number);
   if (setrlimit(RLIMIT_NOFILE, &limit) != 0) ThrowSystemError("setrlimit");
+  return before;
 }
 
 }  // namespace
 
-DescriptorLimit::DescriptorLimit(int more) {
-  if (getrlimit(RLIMIT_NOFILE, &m_before) != 0) ThrowSystemError("getrlimit");
-  SetLimit({static_cast<rlim_t>(FirstNumberBehind(more)), m_before.rlim_max});
-}
+DescriptorLimit::DescriptorLimit(int more)
+    : m_before(SetLimit(static_cast<rlim_t>(FirstNumberBehind(more)))) {}
 
 DescriptorLimit::~DescriptorLimit() {
   SetLimit(m_before);

@@ -1,0 +1,25 @@
+#include <chrono>
+#include <stdexcept>
+
+#include "tests/support/dead_ports.h"
+
+namespace testkit {
+
+namespace {
+
+constexpr int kMostCallers = 10;
+// A connect within this machine that has not come about by now finds the backlog full.
+constexpr std::chrono::milliseconds kNoAnswer{500};
+
+}  // namespace
+
+FullBacklogPort::FullBacklogPort() : m_socket(OpenBoundSocket()), m_port(LocalPort(m_socket)) {
+  StartListening(m_socket, 0);
+  for (int i = 0; i < kMostCallers; ++i) {
+    m_callers.push_back(OpenSocket());
+    if (!ConnectTo(m_callers.back(), m_port, Deadline(kNoAnswer))) return;
+  }
+  throw std::runtime_error("the backlog takes every caller");
+}
+
+}  // namespace testkit
