@@ -143,7 +143,7 @@ Socket AcceptSocket(Socket listening, SocketAddress* peer, SocketError* error);
 
 // Starts a connect on a non-blocking socket: kNone (connected), kInProgress or kBroken. The
 // addresses 0.0.0.0 and kNoAddress and port 0 give kBroken at once. A refusal is never reported
-// here: see IsConnected.
+// here: see TakeConnectResult.
 SocketError ConnectSocket(Socket socket, const SocketAddress& remote);
 
 enum class ConnectState { kConnected, kFailed };

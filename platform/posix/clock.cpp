@@ -1,31 +1,15 @@
 #include <time.h>
 
-#include <atomic>
-
-#include "platform/platform.h"
+#include "platform/backend.h"
 
 namespace platform {
 
-namespace {
-
-std::uint32_t SystemTickCount() {
+std::uint32_t backend::TickCount() {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
   const auto milliseconds = static_cast<std::uint64_t>(now.tv_sec) * 1000U +
                             static_cast<std::uint64_t>(now.tv_nsec) / 1000000U;
   return static_cast<std::uint32_t>(milliseconds);
-}
-
-std::atomic<std::uint32_t (*)()> g_tick_counter{&SystemTickCount};
-
-}  // namespace
-
-std::uint32_t TickCount() {
-  return g_tick_counter.load(std::memory_order_acquire)();
-}
-
-void SetTickCounter(std::uint32_t (*counter)()) {
-  g_tick_counter.store(counter != nullptr ? counter : &SystemTickCount, std::memory_order_release);
 }
 
 void GetWallClock(std::int64_t* seconds, std::uint16_t* milliseconds) {

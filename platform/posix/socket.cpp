@@ -4,16 +4,14 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <fcntl.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <cstddef>
 
-#include "platform/platform.h"
+#include "platform/backend.h"
 
 namespace platform {
 
@@ -22,23 +20,6 @@ namespace {
 static_assert(sizeof(SocketAddress) == sizeof(sockaddr_in) && kFamilyInet == AF_INET);
 static_assert(offsetof(SocketAddress, port) == offsetof(sockaddr_in, sin_port));
 static_assert(offsetof(SocketAddress, address) == offsetof(sockaddr_in, sin_addr));
-
-struct ErrorRow {
-  int system_error;
-  SocketError meaning;
-};
-
-// Whatever is missing here is kBroken.
-constexpr ErrorRow kErrors[] = {
-    {0, SocketError::kNone},
-    {EAGAIN, SocketError::kWouldBlock},
-    {EWOULDBLOCK, SocketError::kWouldBlock},
-    {EINPROGRESS, SocketError::kInProgress},
-    {EINTR, SocketError::kInterrupted},
-    {ECONNREFUSED, SocketError::kRefused},
-    {ECONNABORTED, SocketError::kAborted},
-    {EPROTO, SocketError::kAborted},
-};
 
 int Fd(Socket socket) {
   return static_cast<int>(socket);
@@ -52,37 +33,9 @@ sockaddr* AsSystem(SocketAddress* address) {
   return reinterpret_cast<sockaddr*>(address);
 }
 
-bool IsHostAddress(const SocketAddress& address) {
-  return address.address != kAnyAddress && address.address != kNoAddress;
-}
-
 void SendSmallPackagesAtOnce(int fd) {
   const int on = 1;
   setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-}
-
-// Calls until the call was carried out: a signal of the host's is no event of the link's.
-template <typename Call>
-auto Uninterrupted(Call call) {
-  auto result = call();
-  while (result < 0 && errno == EINTR) result = call();
-  return result;
-}
-
-std::int64_t NowMs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
-
-int PollUntil(std::vector<pollfd>* entries, int timeout_ms) {
-  const std::int64_t deadline = NowMs() + timeout_ms;
-  int remaining = timeout_ms;
-  for (;;) {
-    const int ready = poll(entries->data(), entries->size(), timeout_ms < 0 ? -1 : remaining);
-    if (ready >= 0 || errno != EINTR) return ready;
-    remaining = static_cast<int>(std::max<std::int64_t>(0, deadline - NowMs()));
-  }
 }
 
 void AddEntries(const SocketSet* set, short events, std::vector<pollfd>* entries) {
@@ -104,10 +57,23 @@ int KeepReady(SocketSet* set, const pollfd* entries) {
 }  // namespace
 
 SocketError MeaningOf(int system_error) {
-  for (const ErrorRow& row : kErrors) {
-    if (row.system_error == system_error) return row.meaning;
+  switch (system_error) {
+    case 0:
+      return SocketError::kNone;
+    case EAGAIN:
+      return SocketError::kWouldBlock;
+    case EINPROGRESS:
+      return SocketError::kInProgress;
+    case EINTR:
+      return SocketError::kInterrupted;
+    case ECONNREFUSED:
+      return SocketError::kRefused;
+    case ECONNABORTED:
+    case EPROTO:
+      return SocketError::kAborted;
+    default:
+      return SocketError::kBroken;
   }
-  return SocketError::kBroken;
 }
 
 void StartSockets() {}
@@ -148,60 +114,39 @@ bool ListenOn(Socket socket, const SocketAddress& local) {
   return BindSocket(socket, local) && listen(Fd(socket), SOMAXCONN) == 0;
 }
 
-Socket AcceptSocket(Socket listening, SocketAddress* peer, SocketError* error) {
+Socket backend::Accept(Socket listening, SocketAddress* peer, SocketError* error) {
   SocketAddress address{};
   socklen_t length = sizeof address;
-  const int fd = Uninterrupted(
-      [&] { return accept4(Fd(listening), AsSystem(&address), &length, SOCK_CLOEXEC); });
+  const int fd = accept4(Fd(listening), AsSystem(&address), &length, SOCK_CLOEXEC);
   if (fd < 0) {
     *error = MeaningOf(errno);
     return kNoSocket;
   }
   SendSmallPackagesAtOnce(fd);
   *peer = address;
-  *error = SocketError::kNone;
   return fd;
 }
 
-SocketError ConnectSocket(Socket socket, const SocketAddress& remote) {
-  if (remote.port == 0 || !IsHostAddress(remote)) return SocketError::kBroken;
-  if (connect(Fd(socket), AsSystem(&remote), sizeof remote) == 0) return SocketError::kNone;
-  switch (MeaningOf(errno)) {
-    case SocketError::kInProgress:
-    case SocketError::kInterrupted:  // the system goes on connecting
-    case SocketError::kRefused:      // a peer's answer, only a quick one
-      return SocketError::kInProgress;
-    default:
-      return SocketError::kBroken;
-  }
+SocketError backend::Connect(Socket socket, const SocketAddress& remote) {
+  const int result = connect(Fd(socket), AsSystem(&remote), sizeof remote);
+  return result == 0 ? SocketError::kNone : MeaningOf(errno);
 }
 
-ConnectState TakeConnectResult(Socket socket) {
+bool backend::TakeSuccess(Socket socket) {
   int error = 0;
   socklen_t length = sizeof error;
-  if (getsockopt(Fd(socket), SOL_SOCKET, SO_ERROR, &error, &length) != 0 || error != 0) {
-    return ConnectState::kFailed;
-  }
-  SocketAddress local{};
-  SocketAddress peer{};
-  if (!GetPeerAddress(socket, &peer) || !GetLocalAddress(socket, &local)) {
-    return ConnectState::kFailed;
-  }
-  const bool itself = local.port == peer.port && local.address == peer.address;
-  return itself ? ConnectState::kFailed : ConnectState::kConnected;
+  return getsockopt(Fd(socket), SOL_SOCKET, SO_ERROR, &error, &length) == 0 && error == 0;
 }
 
-int ReceiveBytes(Socket socket, void* buffer, int length, SocketError* error) {
-  const auto received =
-      Uninterrupted([&] { return recv(Fd(socket), buffer, static_cast<std::size_t>(length), 0); });
+int backend::Receive(Socket socket, void* buffer, int length, SocketError* error) {
+  const ssize_t received = recv(Fd(socket), buffer, static_cast<std::size_t>(length), 0);
   if (received > 0) return static_cast<int>(received);
   *error = received == 0 ? SocketError::kBroken : MeaningOf(errno);
   return 0;
 }
 
-int SendBytes(Socket socket, const void* data, int length, SocketError* error) {
-  const auto sent = Uninterrupted(
-      [&] { return send(Fd(socket), data, static_cast<std::size_t>(length), MSG_NOSIGNAL); });
+int backend::Send(Socket socket, const void* data, int length, SocketError* error) {
+  const ssize_t sent = send(Fd(socket), data, static_cast<std::size_t>(length), MSG_NOSIGNAL);
   if (sent > 0) return static_cast<int>(sent);
   *error = sent == 0 ? SocketError::kBroken : MeaningOf(errno);
   return 0;
@@ -247,17 +192,15 @@ bool LookUpHost(const char* name, std::uint32_t* address) {
   return usable;
 }
 
-int WaitForSockets(SocketSet* read, SocketSet* write, int timeout_ms) {
+int backend::Wait(SocketSet* read, SocketSet* write, int timeout_ms, SocketError* error) {
   std::vector<pollfd> entries;
   AddEntries(read, POLLIN, &entries);
   AddEntries(write, POLLOUT, &entries);
-  const int result = PollUntil(&entries, timeout_ms);
-  const std::size_t read_count = read == nullptr ? 0 : read->Members().size();
-  if (result < 0) {
-    if (read != nullptr) read->Assign({});
-    if (write != nullptr) write->Assign({});
+  if (poll(entries.data(), entries.size(), timeout_ms) < 0) {
+    *error = MeaningOf(errno);
     return -1;
   }
+  const std::size_t read_count = read == nullptr ? 0 : read->Members().size();
   return KeepReady(read, entries.data()) + KeepReady(write, entries.data() + read_count);
 }
 

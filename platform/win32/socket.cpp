@@ -3,11 +3,10 @@
 
 #include <windows.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <utility>
 
-#include "platform/platform.h"
+#include "platform/backend.h"
 
 namespace platform {
 
@@ -17,21 +16,6 @@ static_assert(sizeof(SocketAddress) == sizeof(sockaddr_in) && kFamilyInet == AF_
 static_assert(offsetof(SocketAddress, port) == offsetof(sockaddr_in, sin_port));
 static_assert(offsetof(SocketAddress, address) == offsetof(sockaddr_in, sin_addr));
 static_assert(SocketSet::kCapacity == FD_SETSIZE);
-
-struct ErrorRow {
-  int system_error;
-  SocketError meaning;
-};
-
-// Whatever is missing here is kBroken.
-constexpr ErrorRow kErrors[] = {
-    {0, SocketError::kNone},
-    {WSAEWOULDBLOCK, SocketError::kWouldBlock},
-    {WSAEINPROGRESS, SocketError::kInProgress},
-    {WSAEINTR, SocketError::kInterrupted},
-    {WSAECONNREFUSED, SocketError::kRefused},
-    {WSAECONNABORTED, SocketError::kAborted},
-};
 
 SOCKET Handle(Socket socket) {
   return static_cast<SOCKET>(socket);
@@ -49,10 +33,6 @@ const char* AsOption(const void* value) {
   return static_cast<const char*>(value);
 }
 
-bool IsHostAddress(const SocketAddress& address) {
-  return address.address != kAnyAddress && address.address != kNoAddress;
-}
-
 // What every socket of ours is: kept from child processes, and quick with small packages.
 Socket Prepared(SOCKET socket) {
   const BOOL on = TRUE;
@@ -61,43 +41,11 @@ Socket Prepared(SOCKET socket) {
   return static_cast<Socket>(socket);
 }
 
-// Calls until the call was carried out: what interrupts it is no event of the link's.
-template <typename Call>
-auto Uninterrupted(Call call) {
-  auto result = call();
-  while (result == static_cast<decltype(result)>(SOCKET_ERROR) && WSAGetLastError() == WSAEINTR) {
-    result = call();
-  }
-  return result;
-}
-
 void FillSystemSet(const SocketSet* set, fd_set* system_set) {
   FD_ZERO(system_set);
   if (set == nullptr) return;
   for (const Socket socket : set->Members()) {
     system_set->fd_array[system_set->fd_count++] = Handle(socket);
-  }
-}
-
-std::int64_t NowMs() {
-  LARGE_INTEGER count;
-  LARGE_INTEGER per_second;
-  QueryPerformanceCounter(&count);
-  QueryPerformanceFrequency(&per_second);
-  return count.QuadPart * 1000 / per_second.QuadPart;
-}
-
-int SelectUntil(const SocketSet* read, fd_set* readable, const SocketSet* write, fd_set* writable,
-                int timeout_ms) {
-  const std::int64_t deadline = NowMs() + timeout_ms;
-  int remaining = timeout_ms;
-  for (;;) {
-    FillSystemSet(read, readable);
-    FillSystemSet(write, writable);
-    timeval limit{remaining / 1000, remaining % 1000 * 1000};
-    const int ready = select(0, readable, writable, nullptr, timeout_ms < 0 ? nullptr : &limit);
-    if (ready >= 0 || WSAGetLastError() != WSAEINTR) return ready;
-    remaining = static_cast<int>(std::max<std::int64_t>(0, deadline - NowMs()));
   }
 }
 
@@ -113,10 +61,22 @@ void KeepReady(const fd_set& system_set, SocketSet* set) {
 }  // namespace
 
 SocketError MeaningOf(int system_error) {
-  for (const ErrorRow& row : kErrors) {
-    if (row.system_error == system_error) return row.meaning;
+  switch (system_error) {
+    case 0:
+      return SocketError::kNone;
+    case WSAEWOULDBLOCK:
+      return SocketError::kWouldBlock;
+    case WSAEINPROGRESS:
+      return SocketError::kInProgress;
+    case WSAEINTR:
+      return SocketError::kInterrupted;
+    case WSAECONNREFUSED:
+      return SocketError::kRefused;
+    case WSAECONNABORTED:
+      return SocketError::kAborted;
+    default:
+      return SocketError::kBroken;
   }
-  return SocketError::kBroken;
 }
 
 void StartSockets() {
@@ -159,63 +119,41 @@ bool ListenOn(Socket socket, const SocketAddress& local) {
   return BindSocket(socket, local) && listen(Handle(socket), SOMAXCONN) == 0;
 }
 
-Socket AcceptSocket(Socket listening, SocketAddress* peer, SocketError* error) {
+Socket backend::Accept(Socket listening, SocketAddress* peer, SocketError* error) {
   SocketAddress address{};
   int length = sizeof address;
-  const SOCKET socket =
-      Uninterrupted([&] { return accept(Handle(listening), AsSystem(&address), &length); });
+  const SOCKET socket = accept(Handle(listening), AsSystem(&address), &length);
   if (socket == INVALID_SOCKET) {
     const int why = WSAGetLastError();
     *error = why == WSAECONNRESET ? SocketError::kAborted : MeaningOf(why);
     return kNoSocket;
   }
   *peer = address;
-  *error = SocketError::kNone;
   return Prepared(socket);
 }
 
-SocketError ConnectSocket(Socket socket, const SocketAddress& remote) {
-  if (remote.port == 0 || !IsHostAddress(remote)) return SocketError::kBroken;
+SocketError backend::Connect(Socket socket, const SocketAddress& remote) {
   if (connect(Handle(socket), AsSystem(&remote), sizeof remote) == 0) return SocketError::kNone;
-  switch (MeaningOf(WSAGetLastError())) {
-    case SocketError::kWouldBlock:
-    case SocketError::kInProgress:
-    case SocketError::kInterrupted:  // the system goes on connecting
-    case SocketError::kRefused:      // a peer's answer, only a quick one
-      return SocketError::kInProgress;
-    default:
-      return SocketError::kBroken;
-  }
+  const SocketError answer = MeaningOf(WSAGetLastError());
+  return answer == SocketError::kWouldBlock ? SocketError::kInProgress : answer;
 }
 
-ConnectState TakeConnectResult(Socket socket) {
+bool backend::TakeSuccess(Socket socket) {
   int error = 0;
   int length = sizeof error;
-  if (getsockopt(Handle(socket), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &length) !=
-          0 ||
-      error != 0) {
-    return ConnectState::kFailed;
-  }
-  SocketAddress local{};
-  SocketAddress peer{};
-  if (!GetPeerAddress(socket, &peer) || !GetLocalAddress(socket, &local)) {
-    return ConnectState::kFailed;
-  }
-  const bool itself = local.port == peer.port && local.address == peer.address;
-  return itself ? ConnectState::kFailed : ConnectState::kConnected;
+  auto* const value = reinterpret_cast<char*>(&error);
+  return getsockopt(Handle(socket), SOL_SOCKET, SO_ERROR, value, &length) == 0 && error == 0;
 }
 
-int ReceiveBytes(Socket socket, void* buffer, int length, SocketError* error) {
-  const int received =
-      Uninterrupted([&] { return recv(Handle(socket), static_cast<char*>(buffer), length, 0); });
+int backend::Receive(Socket socket, void* buffer, int length, SocketError* error) {
+  const int received = recv(Handle(socket), static_cast<char*>(buffer), length, 0);
   if (received > 0) return received;
   *error = received == 0 ? SocketError::kBroken : MeaningOf(WSAGetLastError());
   return 0;
 }
 
-int SendBytes(Socket socket, const void* data, int length, SocketError* error) {
-  const int sent = Uninterrupted(
-      [&] { return send(Handle(socket), static_cast<const char*>(data), length, 0); });
+int backend::Send(Socket socket, const void* data, int length, SocketError* error) {
+  const int sent = send(Handle(socket), static_cast<const char*>(data), length, 0);
   if (sent > 0) return sent;
   *error = sent == 0 ? SocketError::kBroken : MeaningOf(WSAGetLastError());
   return 0;
@@ -258,17 +196,20 @@ bool LookUpHost(const char* name, std::uint32_t* address) {
   return true;
 }
 
-int WaitForSockets(SocketSet* read, SocketSet* write, int timeout_ms) {
+int backend::Wait(SocketSet* read, SocketSet* write, int timeout_ms, SocketError* error) {
   fd_set readable;
   fd_set writable;
-  const int ready = SelectUntil(read, &readable, write, &writable, timeout_ms);
-  if (ready <= 0) {
-    FD_ZERO(&readable);
-    FD_ZERO(&writable);
+  FillSystemSet(read, &readable);
+  FillSystemSet(write, &writable);
+  timeval limit{timeout_ms / 1000, timeout_ms % 1000 * 1000};
+  const int ready = select(0, &readable, &writable, nullptr, timeout_ms < 0 ? nullptr : &limit);
+  if (ready < 0) {
+    *error = MeaningOf(WSAGetLastError());
+    return -1;
   }
   KeepReady(readable, read);
   KeepReady(writable, write);
-  return ready < 0 ? -1 : ready;
+  return ready;
 }
 
 }  // namespace platform
