@@ -17,3 +17,13 @@ set_target_properties(ftclient PROPERTIES PREFIX "")
 target_compile_options(ftclient_objects PRIVATE -ffunction-sections -fdata-sections)
 target_link_options(ftclient PRIVATE -Wl,--gc-sections,--no-insert-timestamp -s
                     -Wl,--wrap=pthread_once)  # see platform/win32/once.cpp
+
+# What Microsoft's linker and lld-link want; GNU ld's own libftclient.dll.a holds other names.
+find_program(FTCLIENT_DLLTOOL llvm-dlltool REQUIRED)
+set(FTCLIENT_MSVC_NAMES ${PROJECT_SOURCE_DIR}/client/ftclient_msvc.def)
+set(FTCLIENT_MSVC_LIBRARY ${PROJECT_BINARY_DIR}/ftclient.lib)
+add_custom_command(OUTPUT ${FTCLIENT_MSVC_LIBRARY}
+  COMMAND ${FTCLIENT_DLLTOOL} -m i386 -d ${FTCLIENT_MSVC_NAMES} -l ${FTCLIENT_MSVC_LIBRARY}
+  DEPENDS ${FTCLIENT_MSVC_NAMES}
+  VERBATIM)
+add_custom_target(ftclient_msvc_library ALL DEPENDS ${FTCLIENT_MSVC_LIBRARY})
