@@ -1,80 +1,40 @@
 #!/bin/bash
 # Runs the program ftc as people run it, one case at a time.
-# usage: ftc_test.sh FTC CASE [HOST_EXAMPLE POLL_LOOP_EXAMPLE]
+# usage: ftc_test.sh CASE FTC [-- CLIENT]
+# FTC and CLIENT are programs with what runs them. CLIENT links to the servers; the default is FTC.
 set -euo pipefail
 
-ftc=$1
-case_name=$2
-host_example=${3:-}
-poll_loop_example=${4:-}
-
-limit=30 # seconds for anything that is waited for
-
-work=$(mktemp -d)
-declare -A running=() # process id → what it is
-pipes=0
-
-fail() { # what is wrong
-  echo "ftc_test: $case_name: $1" >&2
-  exit 1
-}
-
-clean_up() {
-  local pid
-  for pid in "${!running[@]}"; do kill -KILL "$pid" 2>/dev/null || true; done
-  rm -rf "$work"
-}
-trap clean_up EXIT
-
-# Starts ftc in the background with its output in a pipe: $pid, and $out to read from.
-start() { # input, arguments of ftc...
-  local pipe=$work/out.$((++pipes))
-  mkfifo "$pipe"
-  "$ftc" "${@:2}" <"$1" >"$pipe" 9>&- &
-  pid=$!
-  running[$pid]="ftc ${*:2}"
-  exec {out}<"$pipe"
-}
-
-# Reads up to the first line that holds the text: $line. What was passed over: $passed.
-await_line() { # descriptor, text
-  passed=()
-  while IFS= read -r -t "$limit" -u "$1" line; do
-    [[ $line == *"$2"* ]] && return
-    passed+=("$line")
-  done
-  fail "'$2' was not printed after: ${passed[*]:-nothing}"
-}
+case_name=$1
+ftc=("${@:2}")
+client=("${ftc[@]}")
+for ((i = 0; i < ${#ftc[@]}; i++)); do
+  [[ ${ftc[i]} == -- ]] || continue
+  client=("${ftc[@]:i+1}")
+  ftc=("${ftc[@]:0:i}")
+done
+. "$(dirname "$0")/ftc_runs.sh"
 
 start_server() { # arguments of ftc serve: $server, $server_out, $address
-  start /dev/null serve "$@"
-  await_line "$out" "listening on"
-  server=$pid server_out=$out address=${line#listening on }
+  start_listening "${ftc[@]}" serve "$@"
 }
 
 # Starts ftc link: $link, $link_out; descriptor 9 is the writing end of its input.
 start_link() { # arguments of ftc link...
   mkfifo "$work/in"
   exec 9<>"$work/in" # to write alone would wait for the reader
-  start "$work/in" link "$@"
+  start "$work/in" "${client[@]}" link "$@"
   link=$pid link_out=$out
 }
 
 end_input_of_link() {
   exec 9>&-
+  rm "$work/in"
 }
 
-await_end() { # process id, exit status
-  local status=0
-  timeout "$limit" tail --pid="$1" -s 0.1 -f /dev/null || fail "${running[$1]} does not end"
-  wait "$1" || status=$?
-  ((status == $2)) || fail "${running[$1]} ended with status $status instead of $2"
-  unset "running[$1]"
-}
-
-stop() { # process id, signal
-  kill "-$2" "$1"
-  await_end "$1" 0
+# Runs the client to its end: $status and $output, standard error included.
+run() { # arguments...
+  status=0
+  output=$(timeout "$limit" "${client[@]}" "$@" 2>&1) || status=$?
 }
 
 without_times() {
@@ -89,16 +49,9 @@ expect_holds() { # what, text, actual
   [[ $3 == *"$2"* ]] || fail "$1: <$2> is not in <$3>"
 }
 
-# Runs ftc to its end: $status and $output, standard error included.
-run() { # arguments of ftc...
-  status=0
-  output=$(timeout "$limit" "$ftc" "$@" 2>&1) || status=$?
-}
-
-# A port that nothing listens on.
-find_dead_address() {
-  start_server --port 0
-  stop "$server" TERM
+# Nothing listens there as long as the server has its port: no other test is given that one.
+dead_address() {
+  echo "127.0.0.2:${address#*:}"
 }
 
 case_demo() {
@@ -109,29 +62,36 @@ case_demo() {
 }
 
 case_echo() {
-  local mode answers
+  local mode answers expected
   for mode in 0 1; do
     start_server --port 0 --event-mode "$mode"
-    answers=$(printf 'one\n\ngr\xc3\xbcn\na\x01b\n' | timeout "$limit" "$ftc" link "$address")
-    expect "answers in event mode $mode" \
-      $'LINK_EVENT_UP\n3 bytes: one\n0 bytes: \n5 bytes: gr\xc3\xbcn\n3 bytes: hex 610162' \
-      "$(without_times <<<"$answers")"
-    answers=$(echo last | timeout "$limit" "$ftc" link --hex "$address")
-    expect "hex answer" $'LINK_EVENT_UP\n4 bytes: hex 6c617374' "$(without_times <<<"$answers")"
-    stop "$server" TERM
+    answers=$(printf 'one\n\ngr\xc3\xbcn\na\x01b\r\n\xff\xfe\n' |
+      timeout "$limit" "${client[@]}" link "$address" | without_times)
+    expected=$'LINK_EVENT_UP\n3 bytes: one\n0 bytes: \n5 bytes: gr\xc3\xbcn\n'
+    expected+=$'4 bytes: hex 6101620d\n2 bytes: hex fffe'
+    expect "answers in event mode $mode" "$expected" "$answers"
+    print_large_line |
+      timeout "$limit" "${client[@]}" link --hex --wait "$limit" "$address" >"$work/answer"
+    print_large_line | head -c -1 | od -An -v -tx1 | tr -d ' \n' >"$work/body"
+    tail -n 1 "$work/answer" | sed 's/.*  306000 bytes: hex //' | tr -d '\n' |
+      cmp - "$work/body" || fail "the large body comes back changed"
+    stop "$server"
   done
 }
 
 case_push() {
-  start_server --port 0 --mode push --count 20 --rate 200 --size 100
-  start_link "$address"
-  await_line "$link_out" LINK_EVENT_CLOSED
-  await_end "$server" 0
-  end_input_of_link
-  await_end "$link" 0
-  local numbers
-  numbers=$(printf '%s\n' "${passed[@]}" | sed -nE 's/.*  100 bytes: push ([0-9]+) \.+$/\1/p')
-  expect "pushed packages" "$(seq 20)" "$numbers"
+  local count size numbers
+  while read -r count size; do
+    start_server --port 0 --mode push --count "$count" --rate 200 --size "$size"
+    start_link "$address"
+    await_line "$link_out" LINK_EVENT_CLOSED
+    await_end "$server" 0
+    end_input_of_link
+    await_end "$link" 0
+    numbers=$(printf '%s\n' "${passed[@]}" |
+      sed -nE "s/.*  $size bytes: push ([0-9]+) \.+$/\1/p")
+    expect "pushed packages" "$(seq "$count")" "$numbers"
+  done <<<$'20 100\n2 300000'
 }
 
 case_balance() {
@@ -139,41 +99,36 @@ case_balance() {
   run balance "$address" --ask 255
   expect "own address" "0 $address" "$status $output"
   await_line "$server_out" "package of 2 bytes: hex 01ff"
-  stop "$server" TERM
+  stop "$server"
 
   start_server --port 0 --mode balance --event-mode 0 --answer $'a\tb'
   run balance "localhost:${address#*:}" --ask 0 --hex
   expect "answer that was set" "0 hex 610962" "$status $output"
-  stop "$server" TERM
+  stop "$server"
 }
 
 case_no_answer() {
   start_server --port 0 --mode mute
-  status=0
-  output=$(echo hi | timeout "$limit" "$ftc" link --wait 1 "$address" 2>&1) || status=$?
+  run link --wait 1 "$address" <<<hi
   expect "status of an unanswered request" 1 "$status"
   expect_holds "its reason" "1 sent, but 0 received" "$output"
 
-  start /dev/null balance "$address" --ask 1
-  local balance=$pid
-  await_line "$server_out" "package of 2 bytes: hex 0101"
-  kill -KILL "$server"
-  await_end "$server" 137
-  await_end "$balance" 1
-
-  find_dead_address
-  status=0
-  output=$(echo hi | timeout "$limit" "$ftc" link --connect-wait 1 "$address" 2>&1) || status=$?
+  run link --connect-wait 1 "$(dead_address)" <<<hi
   expect "status without a link" 1 "$status"
   expect_holds "its reason" "no link within 1 seconds" "$output"
+
+  start /dev/null "${client[@]}" balance "$address" --ask 1
+  local balance=$pid
+  await_line "$server_out" "package of 2 bytes: hex 0101"
+  kill_at_once "$server"
+  await_end "$balance" 1
 }
 
 case_reconnect() {
   start_server --port 0
   start_link "$address"
   await_line "$link_out" LINK_EVENT_UP
-  kill -KILL "$server"
-  await_end "$server" 137
+  kill_at_once "$server"
   start_server --port "${address#*:}"
   await_line "$link_out" LINK_EVENT_CLOSED
   echo "sent without a link" >&9
@@ -181,17 +136,36 @@ case_reconnect() {
   await_line "$link_out" "19 bytes: sent without a link"
   end_input_of_link
   await_end "$link" 0
-  stop "$server" INT
+  stop "$server"
+}
+
+case_failover() {
+  start_server --port 0
+  start_link "$(dead_address)" "$address"
+  await_line "$link_out" LINK_EVENT_UP
+  expect_holds "before the second server" LINK_EVENT_CONNECT_FAILED "${passed[*]:-}"
+  echo "for the second server" >&9
+  await_line "$link_out" "21 bytes: for the second server"
+  end_input_of_link
+  await_end "$link" 0
+  stop "$server"
 }
 
 case_interrupt() {
   start_server --port 0
   start_link "$address"
   await_line "$link_out" LINK_EVENT_UP
-  stop "$link" INT
+  stop "$link"
   end_input_of_link
   await_line "$server_out" closed
-  stop "$server" INT
+  stop "$server"
+}
+
+case_terminate() {
+  start_server --port 0
+  kill -TERM "$server"
+  await_line "$server_out" stopped
+  await_end "$server" 0
 }
 
 expect_refused() { # part of the message, arguments of ftc...
@@ -227,18 +201,25 @@ case_refusals() {
   run serve --port "${address#*:}"
   expect "status for a port that is taken" 1 "$status"
   expect_holds "its reason" "$address cannot be listened on" "$output"
-  stop "$server" TERM
+  stop "$server"
 }
 
-case_examples() {
+# The examples take the client's place.
+
+case_host() {
   start_server --port 0
-  local port=${address#*:} answers
-  answers=$(timeout "$limit" "$host_example" 127.0.0.1 "$port")
-  expect "answer to the host" "answer: hello" "$answers"
-  answers=$(printf 'one\ntwo\nthree\n' | timeout "$limit" "$poll_loop_example" 127.0.0.1 "$port")
-  expect "answers to the loop" $'link event 1\npackage: one\npackage: two\npackage: three' "$answers"
-  stop "$server" TERM
+  run 127.0.0.1 "${address#*:}"
+  expect_holds "answer" $'answer: hello' "$output"
+  stop "$server"
+}
+
+case_poll_loop() {
+  local answers
+  start_server --port 0
+  answers=$(printf 'one\ntwo\nthree\n' | timeout "$limit" "${client[@]}" 127.0.0.1 "${address#*:}")
+  expect "answers" $'link event 1\npackage: one\npackage: two\npackage: three' "$answers"
+  stop "$server"
 }
 
 "case_$case_name"
-((${#running[@]} == 0)) || fail "still running: ${running[*]}"
+expect_none_running

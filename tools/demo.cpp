@@ -97,7 +97,7 @@ void Demo::LinkToServers() {
   const Endpoint a = ParseEndpoint(m_server_a->GetAddress());
   const Endpoint b = ParseEndpoint(m_server_b->GetAddress());
   m_client.Link(a.host.c_str(), a.port, b.host.c_str(), b.port, "", 0, "", 0, "", 0,
-                m_window.GetWindow(), m_window.GetMessage());
+                m_window.Window(), m_window.MessageNumber());
   AwaitLinkEvent(LINK_EVENT_UP);
 }
 

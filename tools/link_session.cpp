@@ -41,8 +41,8 @@ void LinkSession::Link() {
   servers.resize(kMostServers);  // a port of 0 ends the list
   m_client.Link(servers[0].host.c_str(), servers[0].port, servers[1].host.c_str(), servers[1].port,
                 servers[2].host.c_str(), servers[2].port, servers[3].host.c_str(), servers[3].port,
-                servers[4].host.c_str(), servers[4].port, m_window.GetWindow(),
-                m_window.GetMessage());
+                servers[4].host.c_str(), servers[4].port, m_window.Window(),
+                m_window.MessageNumber());
 }
 
 void LinkSession::Handle(const Notification& notification) {

@@ -8,8 +8,10 @@
 #include "tools/exit_status.h"
 #include "tools/link_command.h"
 #include "tools/serve_command.h"
+#include "tools/standard_streams.h"
 
 int main(int argc, char** argv) {
+  CarryBytesUnchanged();
   CLI::App program("ftc: host and development server for the ftclient library.", "ftc");
   program.require_subcommand(0, 1);
   program.footer(std::string("'ftc COMMAND --help' tells more about a command.\n\n") +

@@ -1,0 +1,4 @@
+#include "tools/standard_streams.h"
+
+// This system changes none.
+void CarryBytesUnchanged() {}
