@@ -3,6 +3,7 @@
 #include <chrono>
 #include <optional>
 #include <ostream>
+#include <utility>
 
 #include "client/clientdatasource.h"
 #include "tests/support/wire.h"
@@ -13,16 +14,27 @@ namespace testkit {
 struct Notification {
   int link_event = 0;  // one of FTLinkEvent; 0: a package
   Bytes body;
+
+  bool operator==(const Notification& other) const {
+    return link_event == other.link_event && body == other.body;
+  }
+  bool operator!=(const Notification& other) const { return !(*this == other); }
 };
 
-bool operator==(const Notification& a, const Notification& b);
-bool operator!=(const Notification& a, const Notification& b);
 void PrintTo(const Notification& notification, std::ostream* out);
 
-Notification LinkUp();
-Notification ConnectFailed();
-Notification LinkClosed();
-Notification Package(Bytes body);
+inline Notification LinkUp() {
+  return {LINK_EVENT_UP, {}};
+}
+inline Notification ConnectFailed() {
+  return {LINK_EVENT_CONNECT_FAILED, {}};
+}
+inline Notification LinkClosed() {
+  return {LINK_EVENT_CLOSED, {}};
+}
+inline Notification Package(Bytes body) {
+  return {0, std::move(body)};
+}
 
 // A window of the test. It returns every body to the client's FreeBuffer, and fails the test when
 // a message does not carry the window's number or the message number that it was made for.

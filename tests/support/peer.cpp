@@ -11,13 +11,7 @@ namespace {
 
 constexpr std::chrono::seconds kSendLimit{10};
 
-[[noreturn]] void ThrowMalformed(const char* fault, const Bytes& stream) {
-  throw std::runtime_error(std::string("package with a wrong ") + fault + ": " + HexDump(stream));
-}
-
 }  // namespace
-
-Peer::Peer(Descriptor socket) : m_socket(std::move(socket)) {}
 
 Peer Peer::Connect(std::uint16_t port, Milliseconds limit) {
   Descriptor socket = OpenSocket();
@@ -25,14 +19,6 @@ Peer Peer::Connect(std::uint16_t port, Milliseconds limit) {
     throw std::runtime_error("no answer to a connect to port " + std::to_string(port));
   }
   return Peer(std::move(socket));
-}
-
-void Peer::SendPackage(const Bytes& body) {
-  SendRaw(BuildPackage(body));
-}
-
-void Peer::SendHeartbeat() {
-  SendRaw(HeartbeatPackage());
 }
 
 void Peer::SendRaw(const Bytes& bytes) {
@@ -57,20 +43,16 @@ void Peer::SendInPieces(const Bytes& bytes, std::size_t piece_size) {
 
 std::optional<Bytes> Peer::ReceivePackage(Milliseconds limit) {
   const Deadline deadline(limit);
-  while (!m_waiting.empty() || ReadPackage(deadline)) {
-    Arrival arrival = TakeArrival();
-    if (!arrival.is_heartbeat) return std::move(arrival.body);
+  while (m_bodies.empty()) {
+    if (!ReadPackage(deadline)) return std::nullopt;
   }
-  return std::nullopt;
-}
-
-std::optional<Arrival> Peer::ReceiveAny(Milliseconds limit) {
-  if (m_waiting.empty() && !ReadPackage(Deadline(limit))) return std::nullopt;
-  return TakeArrival();
+  std::optional<Bytes> body(std::move(m_bodies.front()));
+  m_bodies.pop_front();
+  return body;
 }
 
 std::optional<Bytes> Peer::ReceiveExactly(std::size_t count, Milliseconds limit) {
-  if (!m_waiting.empty()) {
+  if (!m_bodies.empty()) {
     throw std::logic_error("packages were read already: receive them before raw bytes");
   }
   const Deadline deadline(limit);
@@ -97,62 +79,29 @@ LinkEnd Peer::WaitClosed(Milliseconds limit) {
   return m_end;
 }
 
-void Peer::Close() {
-  m_socket.Close();
-}
-
-void Peer::Reset() {
-  CloseWithReset(&m_socket);
-}
-
-void Peer::StopSending() {
-  testkit::StopSending(m_socket);
-}
-
-void Peer::ShrinkReceiveBuffer(int bytes) {
-  SetReceiveBuffer(m_socket, bytes);
-}
-
 // False when the deadline passed or the stream has ended.
 bool Peer::ReadMore(const Deadline& deadline) {
   while (m_end == LinkEnd::kStillOpen && WaitReady(m_socket, Direction::kRead, deadline)) {
-    switch (ReadAvailable(m_socket, &m_stream)) {
-      case ReadResult::kBytes:
-        return true;
-      case ReadResult::kNothing:
-        break;
-      case ReadResult::kOrderlyEnd:
-        m_end = LinkEnd::kOrderly;
-        break;
-      case ReadResult::kReset:
-        m_end = LinkEnd::kReset;
-        break;
-    }
+    const ReadResult result = ReadAvailable(m_socket, &m_stream);
+    if (result == ReadResult::kBytes) return true;
+    if (result == ReadResult::kOrderlyEnd) m_end = LinkEnd::kOrderly;
+    if (result == ReadResult::kReset) m_end = LinkEnd::kReset;
   }
   return false;
 }
 
-// Moves one package from the stream to the waiting ones.
+// Cuts one package off the stream.
 bool Peer::ReadPackage(const Deadline& deadline) {
-  std::optional<ParsedPackage> package = ParsePackage(m_stream);
-  while (!package) {
+  std::optional<Bytes> body;
+  while (!(body = TakeBody(&m_stream))) {
     if (!ReadMore(deadline)) return false;
-    package = ParsePackage(m_stream);
   }
-  if (package->mark != 1) ThrowMalformed("mark", m_stream);
-  if (!package->check_sum_matches) ThrowMalformed("check sum", m_stream);
-  m_stream.erase(0, package->size);
-  const bool is_heartbeat = IsHeartbeat(package->body);
-  if (is_heartbeat) ++m_heartbeat_count;
-  m_waiting.push_back({std::move(package->body), std::chrono::steady_clock::now(), is_heartbeat});
-  m_arrivals.push_back(m_waiting.back());
+  if (IsHeartbeat(*body)) {
+    ++m_heartbeat_count;
+  } else {
+    m_bodies.push_back(std::move(*body));
+  }
   return true;
-}
-
-Arrival Peer::TakeArrival() {
-  Arrival arrival = std::move(m_waiting.front());
-  m_waiting.pop_front();
-  return arrival;
 }
 
 }  // namespace testkit

@@ -6,14 +6,7 @@
 
 namespace testkit {
 
-namespace {
-
-constexpr int kBacklog = 64;
-
-}  // namespace
-
-ScriptedServer::ScriptedServer(int receive_buffer)
-    : m_socket(OpenBoundSocket()), m_port(LocalPort(m_socket)) {
+ScriptedServer::ScriptedServer(int receive_buffer) {
   if (receive_buffer > 0) SetReceiveBuffer(m_socket, receive_buffer);
   ListenAgain();
 }
@@ -21,7 +14,7 @@ ScriptedServer::ScriptedServer(int receive_buffer)
 Peer ScriptedServer::Accept(std::chrono::milliseconds limit) {
   std::optional<Peer> peer = TryAccept(limit);
   if (!peer) {
-    throw std::runtime_error("nobody linked to port " + std::to_string(m_port) + " within " +
+    throw std::runtime_error("nobody linked to port " + std::to_string(Port()) + " within " +
                              std::to_string(limit.count()) + " ms");
   }
   return std::move(*peer);
@@ -43,7 +36,7 @@ void ScriptedServer::StopListening() {
 }
 
 void ScriptedServer::ListenAgain() {
-  StartListening(m_socket, kBacklog);
+  StartListening(m_socket, 64);
   m_is_listening = true;
 }
 

@@ -1,11 +1,9 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <optional>
 
 #include "tests/support/peer.h"
-#include "tests/support/socket_io.h"
 
 namespace testkit {
 
@@ -18,13 +16,10 @@ namespace testkit {
 //   EXPECT_EQ(peer.ReceivePackage(5s), "question");
 //
 // The system completes connects by itself, so a client is linked before Accept is called.
-class ScriptedServer {
+class ScriptedServer : public OwnPort {
  public:
   // receive_buffer > 0: what each link's receive buffer holds at most, for slow readers.
   explicit ScriptedServer(int receive_buffer = 0);
-
-  const char* Host() const { return kLoopbackHost; }
-  std::uint16_t Port() const { return m_port; }
 
   // The next link in the order of connecting; throws std::runtime_error when nobody comes in time.
   Peer Accept(std::chrono::milliseconds limit);
@@ -37,8 +32,6 @@ class ScriptedServer {
   void ListenAgain();
 
  private:
-  Descriptor m_socket;
-  std::uint16_t m_port;
   bool m_is_listening = false;
 };
 

@@ -1,85 +1,80 @@
 #include "tests/support/socket_faults.h"
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <deque>
+#include <limits>
+#include <map>
 #include <mutex>
 
-#include "tests/support/socket_fault_hooks.h"
+#include "tests/support/native_sockets.h"
 
 namespace testkit {
 
 namespace {
 
-// What is planned for one of the functions, and what was seen of it.
+// What is ordered for one of the functions.
 struct Plan {
-  std::size_t at_most = 0;
+  std::size_t at_most = std::numeric_limits<std::size_t>::max();
   std::deque<int> failures;  // errno values
-  std::vector<SocketCall> calls;
 };
 
-using Plans = std::array<Plan, 3>;
+struct Script {
+  std::map<Hooked, Plan> plans;
+  std::vector<SocketCall> sends;  // what was seen
+};
 
 std::atomic<bool> g_active{false};
-std::mutex g_lock;  // guards the plans
+std::mutex g_lock;  // guards the script
 
 // Never destroyed: threads may be calling while the process ends.
-Plans& AllPlans() {
-  static Plans* const plans = new Plans;
-  return *plans;
+Script& TheScript() {
+  static auto* const script = new Script;
+  return *script;
 }
 
-Plan& PlanOf(FaultyCall call) {
-  return AllPlans()[static_cast<std::size_t>(call)];
-}
-
-void Order(FaultyCall call, int error, int calls) {
+std::size_t Allowed(Hooked call, std::size_t asked) {
   const std::lock_guard<std::mutex> guard(g_lock);
-  std::deque<int>& failures = PlanOf(call).failures;
-  failures.insert(failures.end(), static_cast<std::size_t>(calls), error);
-}
-
-void Limit(FaultyCall call, std::size_t bytes) {
-  const std::lock_guard<std::mutex> guard(g_lock);
-  PlanOf(call).at_most = bytes;
-}
-
-std::vector<SocketCall> CallsOf(FaultyCall call) {
-  const std::lock_guard<std::mutex> guard(g_lock);
-  return PlanOf(call).calls;
+  return std::min(asked, TheScript().plans[call].at_most);
 }
 
 }  // namespace
 
-bool AreFaultsActive() {
-  return g_active;
-}
-
-int TakeFault(FaultyCall call) {
+bool Fails(Hooked call) {
+  if (!g_active) return false;
   const std::lock_guard<std::mutex> guard(g_lock);
-  std::deque<int>& failures = PlanOf(call).failures;
-  if (failures.empty()) return 0;
-  const int error = failures.front();
+  std::deque<int>& failures = TheScript().plans[call].failures;
+  if (failures.empty()) return false;
+  native::SetLastError(failures.front());
   failures.pop_front();
-  return error;
+  return true;
 }
 
-std::size_t AllowedBytes(FaultyCall call, std::size_t asked) {
-  const std::lock_guard<std::mutex> guard(g_lock);
-  const std::size_t at_most = PlanOf(call).at_most;
-  return at_most == 0 ? asked : std::min(asked, at_most);
+std::ptrdiff_t Move(Hooked call, std::size_t asked,
+                    const std::function<std::ptrdiff_t(std::size_t count)>& move) {
+  if (!g_active) return move(asked);
+  const std::ptrdiff_t result = Fails(call) ? -1 : move(Allowed(call, asked));
+  const int error = result < 0 ? native::LastError() : 0;
+  if (call == Hooked::kSend) {
+    const std::lock_guard<std::mutex> guard(g_lock);
+    TheScript().sends.push_back({asked, result, error});
+  }
+  if (result < 0) native::SetLastError(error);
+  return result;
 }
 
-void RecordCall(FaultyCall call, const SocketCall& seen) {
+void OrderFailures(Hooked call, int error, int count) {
+  LinkHooks();
   const std::lock_guard<std::mutex> guard(g_lock);
-  PlanOf(call).calls.push_back(seen);
+  std::deque<int>& failures = TheScript().plans[call].failures;
+  failures.insert(failures.end(), static_cast<std::size_t>(count), error);
+  g_active = true;
 }
 
 SocketFaults::SocketFaults() {
-  LinkSocketHooks();
+  LinkHooks();
   const std::lock_guard<std::mutex> guard(g_lock);
-  AllPlans() = Plans();
+  TheScript() = Script();
   g_active = true;
 }
 
@@ -87,39 +82,21 @@ SocketFaults::~SocketFaults() {
   g_active = false;
 }
 
-void SocketFaults::SendAtMost(std::size_t bytes) {
-  Limit(FaultyCall::kSend, bytes);
-}
-
-void SocketFaults::ReceiveAtMost(std::size_t bytes) {
-  Limit(FaultyCall::kReceive, bytes);
-}
-
-void SocketFaults::FailSends(int error, int calls) {
-  Order(FaultyCall::kSend, error, calls);
-}
-
-void SocketFaults::FailReceives(int error, int calls) {
-  Order(FaultyCall::kReceive, error, calls);
-}
-
-void SocketFaults::FailPolls(int error, int calls) {
-  Order(FaultyCall::kPoll, error, calls);
+void SocketFaults::Limit(Hooked call, std::size_t bytes) {
+  const std::lock_guard<std::mutex> guard(g_lock);
+  TheScript().plans[call].at_most = bytes;
 }
 
 int SocketFaults::PendingFailures() const {
   const std::lock_guard<std::mutex> guard(g_lock);
   std::size_t pending = 0;
-  for (const Plan& plan : AllPlans()) pending += plan.failures.size();
+  for (const auto& [call, plan] : TheScript().plans) pending += plan.failures.size();
   return static_cast<int>(pending);
 }
 
 std::vector<SocketCall> SocketFaults::Sends() const {
-  return CallsOf(FaultyCall::kSend);
-}
-
-std::vector<SocketCall> SocketFaults::Receives() const {
-  return CallsOf(FaultyCall::kReceive);
+  const std::lock_guard<std::mutex> guard(g_lock);
+  return TheScript().sends;
 }
 
 }  // namespace testkit

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/wire.h"
@@ -19,8 +20,8 @@ class Deadline {
   explicit Deadline(std::chrono::milliseconds limit)
       : m_end(std::chrono::steady_clock::now() + limit) {}
 
-  // Never negative.
-  std::chrono::nanoseconds Remaining() const;
+  // Rounded up; never negative.
+  std::chrono::milliseconds Remaining() const;
 
  private:
   std::chrono::steady_clock::time_point m_end;
@@ -31,8 +32,11 @@ class Descriptor {
  public:
   explicit Descriptor(int fd = -1) : m_fd(fd) {}
   ~Descriptor() { Close(); }
-  Descriptor(Descriptor&& other) noexcept;
-  Descriptor& operator=(Descriptor&& other) noexcept;
+  Descriptor(Descriptor&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+  Descriptor& operator=(Descriptor other) noexcept {
+    std::swap(m_fd, other.m_fd);
+    return *this;
+  }
 
   int Get() const { return m_fd; }
   void Close();
@@ -41,7 +45,7 @@ class Descriptor {
   int m_fd;
 };
 
-// Throws std::runtime_error with the text and the system's reason.
+// Throws std::system_error with the text and the system's reason.
 [[noreturn]] void ThrowSystemError(const std::string& what);
 
 // A non-blocking TCP socket that no child process inherits; throws when there is none.
@@ -88,5 +92,18 @@ bool IsInherited(const Descriptor& socket);    // by child processes
 bool DelaysSmallWrites(const Descriptor& socket);
 int SendBuffer(const Descriptor& socket);  // bytes, as they were asked for
 int ReceiveBuffer(const Descriptor& socket);
+
+// A port of this machine that is its owner's alone.
+class OwnPort {
+ public:
+  const char* Host() const { return kLoopbackHost; }
+  std::uint16_t Port() const { return m_port; }
+
+ protected:
+  Descriptor m_socket = OpenBoundSocket();
+
+ private:
+  std::uint16_t m_port = LocalPort(m_socket);
+};
 
 }  // namespace testkit

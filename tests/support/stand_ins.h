@@ -5,14 +5,15 @@
 #include <chrono>
 #include <cstdarg>
 #include <cstdint>
-#include <cstdio>
 #include <string>
+#include <utility>
 
 #include "00shcode/ftmsgq/ftmsgq.h"
 #include "00shcode/ftmtsockimpl/engine_msgs.h"
 #include "00shcode/ftmtsockimpl/link_info.h"
 #include "00shcode/mytoolkit/text.h"
 #include "sockif/sock_if_contract.h"
+#include "tests/support/log_line.h"
 #include "tests/support/mailbox.h"
 
 namespace testkit {
@@ -74,24 +75,19 @@ class Recorder final : public Thread {
   Mailbox<bool> m_markers;
 };
 
-struct LogLine {
-  std::string text;  // "path:line [level] message"
-  std::chrono::steady_clock::time_point time;
-};
-
 // The socket interface, with the settings that every interface has. Link ids are 1, 2 and so on.
 class StandInOwner : public CFTSockIfContract {
  public:
+  // Their texts are "path:line [level] message".
   Mailbox<LogLine>& Errors() { return m_errors; }
 
   std::string VNewLinkId() override { return std::to_string(++m_last_id); }
   void VWriteLog(const char* path, int line, std::int32_t level_code, const char* format,
                  va_list arguments) override {
     if (level_code >= 0) return;  // no error
-    char message[200];
-    std::vsnprintf(message, sizeof message, format, arguments);
-    m_errors.Push({FormatString("%s:%d [%d] %s", path, line, level_code, message),
-                   std::chrono::steady_clock::now()});
+    LogLine error = NewLogLine(path, line, level_code, format, arguments);
+    error.text = FormatString("%s:%d [%d] %s", path, line, level_code, error.text.c_str());
+    m_errors.Push(std::move(error));
   }
 
  protected:

@@ -7,8 +7,6 @@
 #include <vector>
 
 #include "00shcode/ftmtsockimpl/engine.h"
-#include "00shcode/mytoolkit/clock.h"
-#include "00shcode/mytoolkit/text.h"
 #include "platform/platform.h"
 #include "tests/support/wait_until.h"
 
@@ -31,15 +29,6 @@ struct EngineAccess {
 };
 template struct EngineAccess<&CFTBaseSockIf::m_engine>;
 
-LinkEvent NewEvent(Kind kind, const FTLinkInfo* link) {
-  LinkEvent event;
-  event.kind = kind;
-  event.link = *link;
-  event.thread = platform::CurrentThreadId();
-  event.tick_ms = TickMs();
-  return event;
-}
-
 std::int32_t WirePackageLength(const unsigned char* data, std::int32_t count) {
   if (count < static_cast<std::int32_t>(kHeaderSize)) return 0;
   std::uint32_t body_length = 0;
@@ -48,11 +37,6 @@ std::int32_t WirePackageLength(const unsigned char* data, std::int32_t count) {
 }
 
 }  // namespace
-
-std::int64_t TickMs() {
-  const FTTime now = GetTickTime();
-  return now.seconds * 1000 + now.milliseconds;
-}
 
 CFTBuffer* NewBuffer(const Bytes& bytes) {
   auto buffer = std::make_unique<CFTBuffer>();
@@ -64,14 +48,9 @@ TestProtocol::TestProtocol(EventMode events, HeartbeatMode heartbeats)
     : CFTBaseSockIf(events == EventMode::kByMessage ? 1 : 0,
                     heartbeats == HeartbeatMode::kByMessage ? 1 : 0) {}
 
-TestProtocol::~TestProtocol() {
-  Stop();
-}
-
 void TestProtocol::Start() {
-  if (StartThread(0) != 0) throw std::runtime_error("the protocol's thread does not start");
-  if (!WaitUntil([this] { return IsRunning() == 1; }, kLimit)) {
-    throw std::runtime_error("the protocol does not run");
+  if (StartThread(0) != 0 || !WaitUntil([this] { return IsRunning() == 1; }, kLimit)) {
+    throw std::runtime_error("the protocol's thread does not start");
   }
 }
 
@@ -150,10 +129,8 @@ void TestProtocol::VWriteLog(const char* path, int line, std::int32_t level_code
                              const char* format, va_list arguments) {
   va_list copy;
   va_copy(copy, arguments);
-  char text[512];
-  std::vsnprintf(text, sizeof text, format, copy);
+  m_lines.Push(NewLogLine(path, line, level_code, format, copy));
   va_end(copy);
-  m_lines.Push({path, line, level_code, text});
   CFTBaseSockIf::VWriteLog(path, line, level_code, format, arguments);
 }
 
@@ -165,39 +142,31 @@ std::int32_t TestProtocol::VGetOnePkgLen(const void* data, std::int32_t count, c
 
 CFTBuffer* TestProtocol::VGetHeartbeatPkg(const FTLinkInfo* link, FTReleaseFunction* release) {
   if (m_hooks.heartbeat) m_hooks.heartbeat(*link);
-  m_heartbeat_calls.Push({platform::CurrentThreadId(), TickMs()});
+  m_heartbeat_calls.Push({platform::CurrentThreadId()});
   *release = &ReleaseFTBuffer;
   return NewBuffer(HeartbeatPackage());
 }
 
 void TestProtocol::OnLinkClosed(const FTLinkInfo* link, std::int32_t reason) {
   if (m_hooks.closed) m_hooks.closed(*link);
-  LinkEvent event = NewEvent(Kind::kClosed, link);
+  LinkEvent event;
   event.reason = reason;
-  m_events.Push(std::move(event));
+  Note(Kind::kClosed, link, std::move(event));
 }
 
 void TestProtocol::OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::int32_t* keep) {
-  LinkEvent event = NewEvent(Kind::kPackage, link);
+  LinkEvent event;
   const Bytes whole(reinterpret_cast<const char*>(pkg->GetData()),
                     static_cast<std::size_t>(pkg->GetDataLen()));
   event.body = whole.size() < kHeaderSize ? whole : whole.substr(kHeaderSize);
-  m_events.Push(std::move(event));
+  Note(Kind::kPackage, link, std::move(event));
   if (m_hooks.received) m_hooks.received(*link, pkg, keep);
 }
 
-void TestProtocol::OnConnectFailed(const FTLinkInfo* link) {
-  m_events.Push(NewEvent(Kind::kConnectFailed, link));
-}
-
-void TestProtocol::OnConnected(const FTLinkInfo* link) {
-  m_events.Push(NewEvent(Kind::kConnected, link));
-}
-
 void TestProtocol::OnAccepted(const FTLinkInfo* link, const FTLinkInfo* listener) {
-  LinkEvent event = NewEvent(Kind::kAccepted, link);
+  LinkEvent event;
   event.listener = *listener;
-  m_events.Push(std::move(event));
+  Note(Kind::kAccepted, link, std::move(event));
 }
 
 void TestProtocol::OnSendSpace(const FTLinkInfo* link, std::int32_t free_bytes,
@@ -205,6 +174,13 @@ void TestProtocol::OnSendSpace(const FTLinkInfo* link, std::int32_t free_bytes,
   if (m_hooks.space) m_hooks.space(*link);
   m_spaces.Push({link->link_id, free_bytes, limit, platform::CurrentThreadId(),
                  std::chrono::steady_clock::now()});
+}
+
+void TestProtocol::Note(Kind kind, const FTLinkInfo* link, LinkEvent event) {
+  event.kind = kind;
+  event.link = *link;
+  event.thread = platform::CurrentThreadId();
+  m_events.Push(std::move(event));
 }
 
 }  // namespace testkit

@@ -9,15 +9,13 @@
 #include "00shcode/ftmtsockimpl/engine_state.h"
 #include "00shcode/ftmtsockimpl/link_info.h"
 #include "sockif/base_sock_if.h"
+#include "tests/support/log_line.h"
 #include "tests/support/mailbox.h"
 #include "tests/support/peer.h"
 #include "tests/support/scripted_server.h"
 #include "tests/support/wire.h"
 
 namespace testkit {
-
-// Milliseconds on the library's tick clock.
-std::int64_t TickMs();
 
 // A heap buffer with these bytes, as SendPkg takes it.
 CFTBuffer* NewBuffer(const Bytes& bytes);
@@ -32,7 +30,6 @@ struct LinkEvent {
   Bytes body;               // kPackage, without the header
   std::int32_t reason = 0;  // kClosed
   std::uint32_t thread = 0;
-  std::int64_t tick_ms = 0;
 };
 
 struct SpaceReport {
@@ -45,14 +42,6 @@ struct SpaceReport {
 
 struct HeartbeatCall {
   std::uint32_t thread;
-  std::int64_t tick_ms;
-};
-
-struct LogLine {
-  std::string source;
-  int line;
-  std::int32_t level_code;
-  std::string text;
 };
 
 enum class EventMode { kDirect, kByMessage };
@@ -82,11 +71,9 @@ class TestProtocol : public CFTBaseSockIf {
     FTLinkInfo link;
   };
 
-  using Milliseconds = std::chrono::milliseconds;
-
   explicit TestProtocol(EventMode events = EventMode::kByMessage,
                         HeartbeatMode heartbeats = HeartbeatMode::kOnSendThread);
-  ~TestProtocol() override;
+  ~TestProtocol() override { Stop(); }
 
   Hooks& On() { return m_hooks; }
   // How many threads an interface has before it has links.
@@ -133,12 +120,16 @@ class TestProtocol : public CFTBaseSockIf {
   CFTBuffer* VGetHeartbeatPkg(const FTLinkInfo* link, FTReleaseFunction* release) override;
   void OnLinkClosed(const FTLinkInfo* link, std::int32_t reason) override;
   void OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::int32_t* keep) override;
-  void OnConnectFailed(const FTLinkInfo* link) override;
-  void OnConnected(const FTLinkInfo* link) override;
+  void OnConnectFailed(const FTLinkInfo* link) override {
+    Note(LinkEvent::Kind::kConnectFailed, link);
+  }
+  void OnConnected(const FTLinkInfo* link) override { Note(LinkEvent::Kind::kConnected, link); }
   void OnAccepted(const FTLinkInfo* link, const FTLinkInfo* listener) override;
   void OnSendSpace(const FTLinkInfo* link, std::int32_t free_bytes, std::int32_t limit) override;
 
  private:
+  void Note(LinkEvent::Kind kind, const FTLinkInfo* link, LinkEvent event = {});
+
   Hooks m_hooks;
   Mailbox<LinkEvent> m_events;
   Mailbox<SpaceReport> m_spaces;

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+
+#include "tests/support/hooks.h"
 
 namespace testkit {
 
@@ -8,12 +11,17 @@ namespace testkit {
 // and with it every wait, is not touched.
 class WallClockShift {
  public:
-  WallClockShift() = default;
-  ~WallClockShift();
+  WallClockShift() { LinkHooks(); }
+  ~WallClockShift() { s_seconds = 0; }
   WallClockShift(const WallClockShift&) = delete;
   WallClockShift& operator=(const WallClockShift&) = delete;
 
-  void Advance(std::int64_t seconds);  // negative: back
+  void Advance(std::int64_t seconds) { s_seconds += seconds; }  // negative: back
+
+  static std::int64_t Seconds() { return s_seconds; }  // for the hook
+
+ private:
+  static inline std::atomic<std::int64_t> s_seconds{0};
 };
 
 }  // namespace testkit

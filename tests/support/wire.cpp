@@ -1,5 +1,7 @@
 #include "tests/support/wire.h"
 
+#include <iomanip>
+#include <sstream>
 #include <stdexcept>
 
 namespace testkit {
@@ -30,13 +32,6 @@ Bytes LittleEndian(std::uint32_t value) {
 
 std::int64_t Signed(std::uint32_t word) {
   return word < 0x80000000U ? std::int64_t{word} : std::int64_t{word} - kTwoTo32;
-}
-
-int HexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  throw std::invalid_argument(std::string("not a hexadecimal digit: ") + c);
 }
 
 }  // namespace
@@ -81,29 +76,35 @@ std::optional<ParsedPackage> ParsePackage(const Bytes& stream) {
   return package;
 }
 
+std::optional<Bytes> TakeBody(Bytes* stream) {
+  std::optional<ParsedPackage> package = ParsePackage(*stream);
+  if (!package) return std::nullopt;
+  if (package->mark != 1 || !package->check_sum_matches) {
+    throw std::runtime_error("malformed package: " + HexDump(*stream));
+  }
+  stream->erase(0, package->size);
+  return std::move(package->body);
+}
+
 Bytes FromHex(const std::string& text) {
   Bytes bytes;
-  int high = -1;
-  for (const char c : text) {
-    if (c == ' ' || c == '\n') continue;
-    const int digit = HexDigit(c);
-    if (high >= 0) bytes += static_cast<char>(high * 16 + digit);
-    high = high >= 0 ? -1 : digit;
+  std::istringstream words(text);
+  for (std::string word; words >> word;) {
+    std::size_t used = 0;
+    bytes += static_cast<char>(std::stoi(word, &used, 16));
+    if (word.size() != 2 || used != 2) throw std::invalid_argument("not one byte: " + word);
   }
-  if (high >= 0) throw std::invalid_argument("half a byte at the end of: " + text);
   return bytes;
 }
 
 std::string HexDump(const Bytes& bytes, std::size_t limit) {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string text;
+  std::ostringstream text;
+  text << std::hex << std::uppercase << std::setfill('0');
   for (std::size_t i = 0; i < bytes.size() && i < limit; ++i) {
-    if (i > 0) text += ' ';
-    text += kDigits[ByteAt(bytes, i) >> 4];
-    text += kDigits[ByteAt(bytes, i) & 0xFU];
+    text << (i == 0 ? "" : " ") << std::setw(2) << ByteAt(bytes, i);
   }
-  if (bytes.size() > limit) text += " ... (" + std::to_string(bytes.size()) + " bytes)";
-  return text;
+  if (bytes.size() > limit) text << " ... (" << std::dec << bytes.size() << " bytes)";
+  return text.str();
 }
 
 Bytes PatternBody(std::size_t size, std::uint32_t seed) {

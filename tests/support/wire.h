@@ -32,8 +32,10 @@ struct ParsedPackage {
 
 // The package at the start of the stream; nothing while it is incomplete.
 std::optional<ParsedPackage> ParsePackage(const Bytes& stream);
+// Cuts it off and returns its body; throws std::runtime_error when mark or check sum are wrong.
+std::optional<Bytes> TakeBody(Bytes* stream);
 
-// "48 42 00" and back. FromHex skips blanks and throws std::invalid_argument on other characters.
+// "48 42 00" and back. FromHex throws std::invalid_argument on anything else.
 Bytes FromHex(const std::string& text);
 std::string HexDump(const Bytes& bytes, std::size_t limit = 64);
 

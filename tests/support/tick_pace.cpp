@@ -1,7 +1,8 @@
-#include "tests/support/tick_source.h"
+#include "tests/support/tick_pace.h"
 
 #include <chrono>
 #include <mutex>
+#include <utility>
 
 #include "platform/platform.h"
 
@@ -9,6 +10,7 @@ namespace testkit {
 
 namespace {
 
+using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 std::mutex g_lock;  // guards what follows
@@ -26,33 +28,40 @@ void Anchor(std::chrono::nanoseconds shown) {
   g_anchor = steady_clock::now();
 }
 
-}  // namespace
-
-void TickSource::Install() {
-  const std::lock_guard<std::mutex> guard(g_lock);
-  if (g_installed) return;
-  // The system's counter may be just before its next millisecond, and must not be ahead of ours.
-  Anchor(std::chrono::milliseconds(std::uint64_t{platform::TickCount()} + 1));
-  platform::SetTickCounter(&TickSource::Read);
-  g_installed = true;
-}
-
-int TickSource::SetRate(int rate) {
+int SetRate(int rate) {
   const std::lock_guard<std::mutex> guard(g_lock);
   Anchor(ShownNow());
-  const int before = g_rate;
-  g_rate = rate;
-  return before;
+  return std::exchange(g_rate, rate);
 }
 
-void TickSource::JumpTo(std::uint32_t milliseconds) {
+// Replaces the system's counter, at the same reading, when nobody did so yet.
+void Install(std::uint32_t (*counter)()) {
   const std::lock_guard<std::mutex> guard(g_lock);
-  Anchor(std::chrono::milliseconds(milliseconds));
+  if (std::exchange(g_installed, true)) return;
+  // The system's counter may be just before its next millisecond, and must not be ahead of ours.
+  Anchor(milliseconds(std::uint64_t{platform::TickCount()} + 1));
+  platform::SetTickCounter(counter);
 }
 
-std::uint32_t TickSource::Read() {
+}  // namespace
+
+TickPace::TickPace(int rate) {
+  Install(&TickPace::Reading);
+  m_rate_before = SetRate(rate);
+}
+
+TickPace::~TickPace() {
+  SetRate(m_rate_before);
+}
+
+void TickPace::JumpTo(std::uint32_t reading) {
   const std::lock_guard<std::mutex> guard(g_lock);
-  const auto shown = std::chrono::duration_cast<std::chrono::milliseconds>(ShownNow());
+  Anchor(milliseconds(reading));
+}
+
+std::uint32_t TickPace::Reading() {
+  const std::lock_guard<std::mutex> guard(g_lock);
+  const auto shown = std::chrono::duration_cast<milliseconds>(ShownNow());
   return static_cast<std::uint32_t>(shown.count());  // wraps after 2^32 ms, as the system's does
 }
 

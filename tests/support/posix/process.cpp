@@ -3,11 +3,13 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 
+#include "tests/support/environment.h"
 #include "tests/support/socket_io.h"
 
 namespace testkit {
@@ -22,11 +24,8 @@ bool IsExiting(const std::filesystem::path& task) {
   std::ifstream file(task / "stat");
   std::string line;
   if (!std::getline(file, line)) return true;
-  std::istringstream fields(line.substr(line.rfind(')') + 1));
-  std::string state;
-  long parent, group, session, terminal, terminal_group;
   unsigned long flags = 0;
-  fields >> state >> parent >> group >> session >> terminal >> terminal_group >> flags;
+  std::sscanf(line.c_str() + line.rfind(')'), ") %*c %*d %*d %*d %*d %*d %lu", &flags);
   return (flags & kExiting) != 0;
 }
 
@@ -57,6 +56,14 @@ std::chrono::microseconds CpuTime() {
   rusage usage{};
   if (getrusage(RUSAGE_SELF, &usage) != 0) ThrowSystemError("getrusage");
   return AsDuration(usage.ru_utime) + AsDuration(usage.ru_stime);
+}
+
+void SetVariable(const char* name, const char* value) {
+  if (*value == '\0') {
+    unsetenv(name);
+  } else {
+    setenv(name, value, 1);
+  }
 }
 
 }  // namespace testkit

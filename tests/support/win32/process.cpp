@@ -4,8 +4,10 @@
 
 #include <tlhelp32.h>
 
+#include <cstdlib>
+
+#include "tests/support/environment.h"
 #include "tests/support/socket_io.h"
-#include "tests/support/win32/socket_hooks.h"
 
 namespace testkit {
 
@@ -18,10 +20,6 @@ std::chrono::microseconds AsDuration(const FILETIME& time) {
 }
 
 }  // namespace
-
-std::size_t CountDescriptors() {
-  return OpenSockets();
-}
 
 std::size_t CountHandles() {
   DWORD handles = 0;
@@ -48,6 +46,10 @@ std::chrono::microseconds CpuTime() {
     ThrowSystemError("process times");
   }
   return AsDuration(kernel) + AsDuration(user);
+}
+
+void SetVariable(const char* name, const char* value) {
+  _putenv_s(name, value);
 }
 
 }  // namespace testkit
