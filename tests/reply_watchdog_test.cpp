@@ -39,96 +39,79 @@ class ReplyWatchdog : public ClientTest {
       return m_window.Next(5s);  // the link has ended, and the window is about to hear of it
     }
   }
+
+  FastClock m_fast{10};
+  WallClockShift m_wall;
+  ScriptedServer m_server;
 };
 
-TEST_F(ReplyWatchdog, SilenceEndsTheLinkNineToElevenSecondsAfterTheRequest) {
-  ScriptedServer server;
-  Peer peer = LinkWith(&server);
-  const auto asked = steady_clock::now();
-  EXPECT_EQ(Ask("?"), 0);
-  EXPECT_EQ(m_window.Next(13s), LinkClosed());
-  EXPECT_GE(steady_clock::now() - asked, 8s);
-}
-
 TEST_F(ReplyWatchdog, WaitEndsWithTheLinkThatItClosed) {
-  FastClock fast(10);
-  WallClockShift wall;
-  ScriptedServer silent;
   ScriptedServer second;
-  ASSERT_EQ(Link({At(silent), At(second)}), 1);
-  Peer peer = TakeLink(&silent);
+  ASSERT_EQ(Link({At(m_server), At(second)}), 1);
+  Peer peer = TakeLink(&m_server);
   // A clock far ahead: the seconds run over 32 bits during the wait.
-  wall.Advance(std::int64_t{INT32_MAX} - 5 - GetNowTime().seconds);
+  m_wall.Advance(std::int64_t{INT32_MAX} - 5 - GetNowTime().seconds);
   EXPECT_EQ(Ask("?"), 0);
   EXPECT_EQ(NextWithoutAnswer(&peer, 500ms), std::nullopt);
-  wall.Advance(kTooLongSec + 3);
+  m_wall.Advance(kTooLongSec + 3);
   EXPECT_EQ(NextWithoutAnswer(&peer, 5s), LinkClosed());
   Peer next = TakeLink(&second);
-  wall.Advance(60);
+  m_wall.Advance(60);
   EXPECT_EQ(NextWithoutAnswer(&next, 600ms), std::nullopt);
 }
 
 TEST_F(ReplyWatchdog, EightWholeSecondsAreNotTooLong) {
-  FastClock fast(20);
-  ScriptedServer server;
-  bool decided = false;
-  for (int attempt = 0; attempt < 5 && !decided; ++attempt) {
-    Peer peer = LinkWith(&server);
-    WallClockShift wall;
+  Peer peer = LinkWith(&m_server);
+  for (int attempt = 0; attempt < 5; ++attempt) {
     const auto before = GetNowTime().seconds;
     ASSERT_TRUE(WaitUntil([&] { return GetNowTime().seconds != before; }, 5s));
     const auto asked = GetNowTime().seconds;
     ASSERT_EQ(Ask("?"), 0);
-    wall.Advance(8);
+    m_wall.Advance(8);
     const auto ended = NextWithoutAnswer(&peer, 500ms);
-    // A machine that was busy for the rest of that second has shown nothing.
-    decided = GetNowTime().seconds == asked + 8;
-    if (decided) {
+    if (GetNowTime().seconds == asked + 8) {
       EXPECT_EQ(ended, std::nullopt);
+      return;
     }
+    // A machine that was busy for the rest of that second has shown nothing.
     m_client.UnLink();
     m_window.Drain();
+    peer = LinkWith(&m_server);
   }
-  EXPECT_TRUE(decided);
+  FAIL() << "the machine is too busy";
 }
 
 TEST_F(ReplyWatchdog, OnlyWhatWasAskedAndNotAnsweredIsWaitedFor) {
-  FastClock fast(10);
-  WallClockShift wall;
-  ScriptedServer server;
-  Peer peer = LinkWith(&server);
+  Peer peer = LinkWith(&m_server);
   EXPECT_EQ(m_client.AskData("refused", unsigned{INT_MAX} - 11), -1);
-  EXPECT_EQ(m_client.AskData("refused", UINT_MAX), -1);
-  wall.Advance(60);
+  m_wall.Advance(60);
   EXPECT_EQ(NextWithoutAnswer(&peer, 600ms), std::nullopt);
 
   EXPECT_EQ(Ask("one"), 0);
   EXPECT_EQ(Ask("two"), 0);
   peer.SendPackage("");  // any package is the answer to both
   EXPECT_EQ(m_window.Next(5s), Package(""));
-  wall.Advance(60);
+  m_wall.Advance(60);
   EXPECT_EQ(NextWithoutAnswer(&peer, 600ms), std::nullopt);
 
   EXPECT_EQ(m_client.AskData(nullptr, 10), 0);  // sends nothing, and waits all the same
-  wall.Advance(kTooLongSec);
+  m_wall.Advance(kTooLongSec);
   EXPECT_EQ(NextWithoutAnswer(&peer, 5s), LinkClosed());
 }
 
 TEST_F(ReplyWatchdog, RequestDuringTheConnectIsLostAndEndsTheConnect) {
   ManualClock clock;
-  WallClockShift wall;
-  ScriptedServer server;
   FullBacklogPort mute;
-  ASSERT_EQ(Link({At(mute), At(server)}), 1);
+  ASSERT_EQ(Link({At(mute), At(m_server)}), 1);
   // Until the client's thread has begun to connect there is no link, and requests are refused.
   ASSERT_TRUE(WaitUntil([&] { return Ask("lost") == 0; }, 5s));
   EXPECT_EQ(m_client.IsOnline(), 0);
   EXPECT_EQ(m_window.Next(0ms), std::nullopt);
-  wall.Advance(kTooLongSec);
+  m_wall.Advance(kTooLongSec);
   clock.Advance(kOneCheckMs);  // far from the connect's own time-out
   EXPECT_EQ(m_window.Next(5s), ConnectFailed());
   clock.Advance(kOneCheckMs);
-  Peer peer = TakeLink(&server);
+  Peer peer = TakeLink(&m_server);
   EXPECT_EQ(Ask("sent"), 0);
   EXPECT_EQ(peer.ReceivePackage(5s), "sent");
 }

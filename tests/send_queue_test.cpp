@@ -75,15 +75,9 @@ TEST(SendQueue, BatchesFollowThePrioritiesAndTheLimit) {
     NamedPackages queue;
     queue.Queue(c.packages);
     EXPECT_EQ(queue.TakeBatches(), c.batches) << c.rule;
+    queue.Queue({{'B', 5, kFull}});
+    EXPECT_EQ(queue.TakeBatches(), "B|") << "priorities that are empty again do not count";
   }
-}
-
-TEST(SendQueue, PrioritiesThatAreEmptyAgainAreNotTheFirstOnesOfTheNextBatch) {
-  NamedPackages queue;
-  queue.Queue({{'a', 1}});
-  EXPECT_EQ(queue.TakeBatches(), "a|");
-  queue.Queue({{'B', 2, kFull}});
-  EXPECT_EQ(queue.TakeBatches(), "B|");
 }
 
 }  // namespace

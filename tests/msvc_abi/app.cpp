@@ -4,64 +4,35 @@
 
 namespace {
 
-constexpr int kStandardOutput = -11;
-constexpr unsigned kSnapshotThreads = 4;
-
+constexpr int kAllProcesses = 5;
 constexpr int kAllHandles = 16;
 constexpr int kTooSmall = static_cast<int>(0xC0000004U);
+constexpr unsigned kLimitMs = 10000;
+constexpr unsigned kRemove = 1;
+constexpr unsigned kAnyInput = 0x04FF;
 
 int g_faults = 0;
-int g_checks = 0;
-
-void PrintLine(const char* verdict, const char* what, const char* detail) {
-  char line[512];
-  const int length = wsprintfA(line, "%s %s%s\r\n", verdict, what, detail);
-  unsigned written = 0;
-  WriteFile(GetStdHandle(kStandardOutput), line, static_cast<unsigned>(length), &written, nullptr);
-}
 
 void Report(bool holds, const char* what, const char* detail) {
-  ++g_checks;
+  char line[512];
   if (!holds) ++g_faults;
-  PrintLine(holds ? "PASS" : "FAIL", what, holds ? "" : detail);
+  const int length = wsprintfA(line, "%s %s%s\n", holds ? "PASS" : "FAIL", what, detail);
+  _write(1, line, static_cast<unsigned>(length));
 }
 
-// Cuts the last word off the text; the words of a command line stand apart by single spaces here.
-char* TakeLastWord(char* text) {
-  char* end = text;
-  while (*end != '\0') ++end;
-  while (end > text && end[-1] == ' ') --end;
-  *end = '\0';
-  while (end > text && end[-1] != ' ') --end;
-  if (end > text) end[-1] = '\0';
-  return end;
-}
-
-Arguments ReadArguments() {
-  char* const command_line = GetCommandLineA();
-  const int port = atoi(TakeLastWord(command_line));
-  return {TakeLastWord(command_line), port};
-}
-
-struct HandleTable {
-  unsigned count;
-  HandleEntry entries[1];
-};
-
-// The caller frees the table.
-HandleTable* ReadHandleTable() {
-  for (unsigned bytes = 1U << 20;; bytes *= 2) {
-    void* const table = HeapAlloc(GetProcessHeap(), 0, bytes);
-    const int status = NtQuerySystemInformation(kAllHandles, table, bytes, nullptr);
-    if (status != kTooSmall) return static_cast<HandleTable*>(table);
-    HeapFree(GetProcessHeap(), 0, table);
+// What the system knows of all processes or of all handles; the caller frees it.
+void* AskSystem(int what) {
+  for (unsigned bytes = 1U << 18;; bytes *= 2) {
+    void* const answer = HeapAlloc(GetProcessHeap(), 0, bytes);
+    if (NtQuerySystemInformation(what, answer, bytes, nullptr) != kTooSmall) return answer;
+    HeapFree(GetProcessHeap(), 0, answer);
   }
 }
 
+// Otherwise the result of a crash would be the debugger's.
 int __stdcall EndAfterCrash(void* /*exception*/) {
   Report(false, "the application crashed", "");
-  ExitProcess(1);
-  return 0;
+  return TerminateProcess(reinterpret_cast<Handle>(-1), 1);
 }
 
 }  // namespace
@@ -76,28 +47,21 @@ void CheckEqual(int actual, int expected, const char* what) {
   Report(actual == expected, what, detail);
 }
 
-void Note(const char* what, int value) {
-  char detail[32];
-  wsprintfA(detail, ": %d", value);
-  PrintLine("note", what, detail);
-}
-
 int CountThreads() {
-  const Handle snapshot = CreateToolhelp32Snapshot(kSnapshotThreads, 0);
-  ThreadEntry entry{};
-  entry.size = sizeof entry;
-  int count = 0;
-  for (int found = Thread32First(snapshot, &entry); found != 0;
-       found = Thread32Next(snapshot, &entry)) {
-    if (entry.process == GetCurrentProcessId()) ++count;
+  void* const processes = AskSystem(kAllProcesses);
+  const auto* entry = static_cast<const ProcessEntry*>(processes);
+  while (entry->process != GetCurrentProcessId()) {
+    entry = reinterpret_cast<const ProcessEntry*>(reinterpret_cast<const char*>(entry) +
+                                                  entry->next_offset);
   }
-  CloseHandle(snapshot);
-  return count;
+  const int threads = entry->threads;
+  HeapFree(GetProcessHeap(), 0, processes);
+  return threads;
 }
 
-// The system's own count of a process's handles is not kept everywhere; its table of all is.
+// A process's own count of handles is not exact everywhere; the table of all handles is.
 int CountHandles() {
-  HandleTable* const table = ReadHandleTable();
+  auto* const table = static_cast<HandleTable*>(AskSystem(kAllHandles));
   int count = 0;
   for (unsigned i = 0; i < table->count; ++i) {
     if (table->entries[i].process == (GetCurrentProcessId() & 0xFFFF)) ++count;
@@ -106,12 +70,43 @@ int CountHandles() {
   return count;
 }
 
+Inbox::Inbox() {
+  const auto message_only = reinterpret_cast<Handle>(-3);
+  m_window =
+      CreateWindowExA(0, "STATIC", "", 0, 0, 0, 0, 0, message_only, nullptr, nullptr, nullptr);
+}
+
+Inbox::~Inbox() {
+  DestroyWindow(m_window);
+}
+
+bool Inbox::Take(char** body, int* value) {
+  const unsigned start = GetTickCount();
+  WindowMessage message;
+  while (PeekMessageA(&message, m_window, kMessage, kMessage, kRemove) == 0) {
+    const unsigned waited = GetTickCount() - start;
+    if (waited >= kLimitMs) return false;
+    MsgWaitForMultipleObjects(0, nullptr, 0, kLimitMs - waited, kAnyInput);
+  }
+  *body = reinterpret_cast<char*>(message.w_param);
+  *value = message.l_param;
+  return true;
+}
+
+bool Inbox::TakeEvent(int event) {
+  char* body = nullptr;
+  int value = 0;
+  return Take(&body, &value) && body == nullptr && value == event;
+}
+
 extern "C" void Start() {
   SetUnhandledExceptionFilter(&EndAfterCrash);
-  const Arguments arguments = ReadArguments();
-  Check(arguments.port > 0, "the command line names HOST and PORT");
-  if (g_faults == 0) RunCases(arguments);
-  Note("checks", g_checks);
-  Note("faults", g_faults);
+  int count = 0;
+  int new_mode = 0;
+  char** words = nullptr;
+  char** environment = nullptr;
+  __getmainargs(&count, &words, &environment, 0, &new_mode);
+  CheckEqual(count, 3, "the command line names HOST and PORT");
+  if (g_faults == 0) RunCases({words[1], atoi(words[2])});
   ExitProcess(g_faults == 0 ? 0 : 1);
 }

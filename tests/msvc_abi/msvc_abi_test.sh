@@ -1,26 +1,17 @@
 #!/bin/bash
 # Applications as the Microsoft compilers make them, against the library and a real server.
-# usage: msvc_abi_test.sh FTCLIENT_DLL FTC WINE_RUN [FTCLIENT_LIB]
+# usage: msvc_abi_test.sh FTCLIENT_DLL FTC WINE_RUN FTCLIENT_LIB
 # FTC is the development server; WINE_RUN runs a Windows program. Works below the current directory.
 set -euo pipefail
 
-if (($# < 3 || $# > 4)); then
+(($# == 4)) || {
   sed -n '3,4s/^# //p' "$0" >&2
   exit 2
-fi
-dll=$(realpath "$1")
+}
 ftc=$2
 wine_run=$3
-import_library=${4:-}
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
-
-for tool in clang++ lld-link llvm-dlltool; do
-  command -v "$tool" >/dev/null || {
-    echo "msvc_abi_test: $tool is missing; it comes with the packages clang, lld and llvm" >&2
-    exit 1
-  }
-done
 
 work=$(mktemp -d "$PWD/msvc_abi.XXXXXX")
 server=
@@ -32,42 +23,38 @@ cleanup() {
   rm -rf "$work"
 }
 trap cleanup EXIT
+cp "$1" "$work/ftclient.dll"
+cp "$4" "$work/ftclient.lib"
 
-compile() { # source... : objects of the same names in the working directory
-  local source
+import_library() { # name, what it exports...
+  printf 'LIBRARY %s.dll\nEXPORTS\n' "$1" >"$work/$1.def"
+  printf '  %s\n' "${@:2}" >>"$work/$1.def"
+  llvm-dlltool -m i386 -k -d "$work/$1.def" -l "$work/$1.lib"
+}
+
+link() { # application, source...
+  local application=$1 source
+  shift
   for source in "$@"; do
     clang++ --target=i686-pc-windows-msvc -std=c++17 -O1 -ffreestanding -fno-exceptions \
-      -Wall -Wextra -Wshadow -Werror -I"$root" -c "$here/$source.cpp" -o "$work/$source.obj"
+      -fno-threadsafe-statics -mno-stack-arg-probe -Wall -Wextra -Wshadow -Werror \
+      -I"$root" -c "$here/$source.cpp" -o "$work/$source.obj"
   done
-}
-
-link() { # application, object...: the libraries follow
-  local application=$1
-  shift
   (cd "$work" && lld-link /nologo /nodefaultlib /subsystem:console /entry:Start /safeseh:no \
-    "/out:$application.exe" "${@/%/.obj}" "${libraries[@]}" "${system_libraries[@]}")
+    "/out:$application.exe" "${@/%/.obj}" {ftclient,kernel32,ntdll,user32,msvcrt}.lib)
 }
 
-cp "$dll" "$work/ftclient.dll"
-system_libraries=()
-for library in kernel32 ntdll user32 msvcrt; do
-  llvm-dlltool -m i386 -k -d "$here/$library.def" -l "$work/$library.lib"
-  system_libraries+=("$library.lib")
-done
-if [[ -n $import_library ]]; then
-  cp "$import_library" "$work/ftclient.lib"
-else
-  llvm-dlltool -m i386 -d "$root/client/ftclient_msvc.def" -l "$work/ftclient.lib"
-fi
-
-linked=(linked_app object_cases derived_cases type_cases member_cases allocator)
-loaded=(loaded_app raw_call)
-common=(app inbox)
-compile "${linked[@]}" "${loaded[@]}" "${common[@]}"
-libraries=(ftclient.lib)
-link linked_app "${linked[@]}" "${common[@]}"
-libraries=()
-link loaded_app "${loaded[@]}" "${common[@]}"
+import_library kernel32 ExitProcess@4 FreeLibrary@4 GetCurrentProcessId@0 GetModuleHandleA@4 \
+  GetProcAddress@8 GetProcessHeap@0 GetTickCount@0 HeapAlloc@12 HeapCreate@12 HeapFree@12 \
+  HeapValidate@12 LoadLibraryA@4 SetUnhandledExceptionFilter@4 TerminateProcess@8
+import_library ntdll NtQuerySystemInformation@16
+import_library user32 CreateWindowExA@48 DestroyWindow@4 MsgWaitForMultipleObjects@20 \
+  PeekMessageA@20 wsprintfA
+# The parts of the compiler's runtime that the system brings along.
+import_library msvcrt '??8type_info@@QBEHABV0@@Z' '?name@type_info@@QBEPBDXZ' __RTCastToVoid \
+  __RTDynamicCast __RTtypeid __getmainargs _write atoi memcmp memcpy memset strcmp
+link linked_app linked_app object_cases type_cases app
+link loaded_app loaded_app app
 
 mkfifo "$work/said"
 "$ftc" serve --host 127.0.0.1 --port 0 --mode echo >"$work/said" &
@@ -87,12 +74,9 @@ run() { # application: its report and its diagnostics go to files
 }
 
 show() { # application, exit status
-  echo "msvc_abi_test: $1"
-  cat "$work/$1.txt"
-  (($2 == 0)) && return
-  cat "$work/$1.err"
-  echo
   echo "msvc_abi_test: $1 ended with $2"
+  cat "$work/$1.txt"
+  (($2 == 0)) || cat "$work/$1.err"
 }
 
 run loaded_app &

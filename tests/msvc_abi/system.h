@@ -6,24 +6,20 @@
 
 using Handle = void*;
 
-struct ThreadEntry {
-  unsigned size;
-  unsigned usage;
-  unsigned thread;
+// The start of what the system tells of a process.
+struct ProcessEntry {
+  unsigned next_offset;  // from this entry to the next
+  int threads;
+  unsigned not_used[15];
   unsigned process;
-  int base_priority;
-  int priority_change;
-  unsigned flags;
 };
 
-struct HandleEntry {
-  unsigned short process;  // the low half of its id
-  unsigned short creator;
-  unsigned char type;
-  unsigned char attributes;
-  unsigned short value;
-  void* object;
-  unsigned access;
+struct HandleTable {
+  unsigned count;
+  struct {
+    unsigned short process;  // the low half of its id
+    unsigned short not_used[7];
+  } entries[1];
 };
 
 struct WindowMessage {
@@ -36,18 +32,22 @@ struct WindowMessage {
   int y;
 };
 
+// As the compiler and the system's runtime know it.
+class type_info {
+ public:
+  virtual ~type_info();
+  SYSTEM_API const char* name() const;
+  SYSTEM_API int operator==(const type_info& other) const;
+};
+
 extern "C" {
 
-SYSTEM_API int __stdcall CloseHandle(Handle handle);
-SYSTEM_API Handle __stdcall CreateToolhelp32Snapshot(unsigned flags, unsigned process);
 SYSTEM_API void __stdcall ExitProcess(unsigned code);
 SYSTEM_API int __stdcall FreeLibrary(Handle module);
-SYSTEM_API char* __stdcall GetCommandLineA();
 SYSTEM_API unsigned __stdcall GetCurrentProcessId();
 SYSTEM_API Handle __stdcall GetModuleHandleA(const char* name);
 SYSTEM_API void* __stdcall GetProcAddress(Handle module, const char* name);
 SYSTEM_API Handle __stdcall GetProcessHeap();
-SYSTEM_API Handle __stdcall GetStdHandle(int which);
 SYSTEM_API unsigned __stdcall GetTickCount();
 SYSTEM_API void* __stdcall HeapAlloc(Handle heap, unsigned flags, unsigned bytes);
 SYSTEM_API Handle __stdcall HeapCreate(unsigned options, unsigned initial, unsigned maximum);
@@ -55,10 +55,7 @@ SYSTEM_API int __stdcall HeapFree(Handle heap, unsigned flags, void* block);
 SYSTEM_API int __stdcall HeapValidate(Handle heap, unsigned flags, const void* block);
 SYSTEM_API Handle __stdcall LoadLibraryA(const char* name);
 SYSTEM_API void* __stdcall SetUnhandledExceptionFilter(int(__stdcall* filter)(void* exception));
-SYSTEM_API int __stdcall Thread32First(Handle snapshot, ThreadEntry* entry);
-SYSTEM_API int __stdcall Thread32Next(Handle snapshot, ThreadEntry* entry);
-SYSTEM_API int __stdcall WriteFile(Handle file, const void* data, unsigned length,
-                                   unsigned* written, void* overlapped);
+SYSTEM_API int __stdcall TerminateProcess(Handle process, unsigned code);
 
 SYSTEM_API int __stdcall NtQuerySystemInformation(int what, void* data, unsigned bytes,
                                                   unsigned* needed);
@@ -75,6 +72,9 @@ SYSTEM_API int __stdcall PeekMessageA(WindowMessage* message, Handle window, uns
                                       unsigned last, unsigned remove);
 SYSTEM_API int __cdecl wsprintfA(char* text, const char* format, ...);
 
+SYSTEM_API int __cdecl __getmainargs(int* count, char*** arguments, char*** environment,
+                                     int expand_wildcards, int* new_mode);
+SYSTEM_API int __cdecl _write(int descriptor, const void* data, unsigned bytes);
 SYSTEM_API int __cdecl atoi(const char* text);
 int __cdecl memcmp(const void* a, const void* b, unsigned bytes);
 void* __cdecl memcpy(void* to, const void* from, unsigned bytes);
