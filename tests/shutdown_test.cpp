@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <future>
 #include <random>
 #include <string>
@@ -15,6 +14,7 @@
 #include "tests/support/dead_ports.h"
 #include "tests/support/fast_clock.h"
 #include "tests/support/process_usage.h"
+#include "tests/support/run_on_threads.h"
 #include "tests/support/test_protocol.h"
 #include "tests/support/wait_until.h"
 
@@ -23,14 +23,11 @@ namespace {
 
 using namespace std::chrono_literals;
 using std::chrono::steady_clock;
-using Kind = LinkEvent::Kind;
-
-constexpr auto kPatience = 20s;
 
 // A stop that does not end cannot be survived: its threads hold what the test would destroy.
 void StopOrDie(TestProtocol& protocol) {
   auto stopped = std::async(std::launch::async, [&] { protocol.Stop(); });
-  if (stopped.wait_for(kPatience) == std::future_status::ready) return;
+  if (stopped.wait_for(20s) == std::future_status::ready) return;
   std::fprintf(stderr, "the protocol's thread does not end\n");
   std::abort();
 }
@@ -39,30 +36,30 @@ void RandomPause(std::mt19937& random, unsigned at_most_us) {
   std::this_thread::sleep_for(std::chrono::microseconds(random() % at_most_us));
 }
 
-// A stop takes up to 1.6 s, nearly all of it waiting: many of them wait side by side.
-class Shutdown : public testing::TestWithParam<int> {
+class GivesEverythingBack : public testing::Test {
  protected:
-  using Round = std::function<void(std::mt19937&)>;
-
-  void RunSideBySide(int threads, int rounds, const Round& round) const {
-    std::vector<std::thread> running;
-    for (int i = 0; i < threads; ++i) {
-      running.emplace_back([=] {
-        std::mt19937 random(static_cast<std::uint32_t>(100 * GetParam() + i));
-        for (int k = 0; k < rounds; ++k) round(random);
-      });
-    }
-    for (std::thread& thread : running) thread.join();
-  }
-
   void TearDown() override { EXPECT_TRUE(m_before.AreRestored(10s)) << m_before.Difference(); }
 
   const HeldResources m_before;
 };
 
-TEST_P(Shutdown, RightAfterTheStart) {
+// A stop takes up to 1.6 s, nearly all of it waiting: many of them wait side by side.
+class Shutdown : public GivesEverythingBack, public testing::WithParamInterface<int> {
+ protected:
+  template <typename Round>
+  void RunSideBySide(int threads, int rounds, const Round& round) const {
+    RunOnThreads(threads, [&](int i) {
+      std::mt19937 random(static_cast<std::uint32_t>(100 * GetParam() + i));
+      for (int k = 0; k < rounds; ++k) round(random);
+    });
+  }
+};
+
+TEST_P(Shutdown, BeforeTheStartAndRightAfterIt) {
   RunSideBySide(8, 4, [](std::mt19937& random) {
     TestProtocol protocol;
+    protocol.PostMsg(1, "", 1);
+    if (random() % 8 == 0) return;
     ASSERT_EQ(protocol.StartThread(0), 0);
     if (random() % 4 != 0) RandomPause(random, 3000);
     if (random() % 2 == 0) protocol.StopThread();
@@ -70,8 +67,10 @@ TEST_P(Shutdown, RightAfterTheStart) {
   });
 }
 
-// What the links are doing when the stop comes depends on the pause alone.
+// What the links are doing when the stop comes depends on the pause alone: at the fast pace they
+// also time out and are reaped.
 TEST_P(Shutdown, WhileLinksComeWorkAndGo) {
+  const FastClock pace(GetParam() % 2 == 0 ? 1 : 20);
   EchoServer echo;
   const FullBacklogPort mute;
   RunSideBySide(6, 2, [&](std::mt19937& random) {
@@ -88,41 +87,25 @@ TEST_P(Shutdown, WhileLinksComeWorkAndGo) {
     }
     RandomPause(random, 20000);
     for (const std::string& id : ids) protocol.CloseLink(id, static_cast<int>(random() % 2));
-    RandomPause(random, 600000);
+    RandomPause(random, 900000);
     StopOrDie(protocol);
   });
 }
 
-TEST_P(Shutdown, WhileFinishedLinksAreReaped) {
-  const FastClock fast(20);
-  EchoServer echo;
-  RunSideBySide(4, 2, [&](std::mt19937& random) {
-    TestProtocol protocol;
-    protocol.Start();
-    for (int i = 0; i < 4; ++i) protocol.Connect(echo.Host(), echo.Port());
-    for (int i = 0; i < 4; ++i) {
-      const auto connected = protocol.WaitFor(Kind::kConnected);
-      ASSERT_TRUE(connected);
-      protocol.CloseLink(connected->link.link_id, 0);
-      RandomPause(random, 200000);
-    }
-    RandomPause(random, 500000);
-    StopOrDie(protocol);
-  });
-}
+INSTANTIATE_TEST_SUITE_P(Shares, Shutdown, testing::Range(0, 4));
 
-INSTANTIATE_TEST_SUITE_P(Shares, Shutdown, testing::Range(0, 3));
+enum class Callback { kPackage, kRoom, kHeartbeat, kClosed };
 
-// Link threads that are just calling the interface while the engine joins them. Each callback goes
-// on asking until the stop is far advanced.
-class ShutdownWithBusyCallbacks : public Shutdown {
+class BusyCallbacks : public GivesEverythingBack, public testing::WithParamInterface<Callback> {
  protected:
-  struct Busy {
-    explicit Busy(HeartbeatMode heartbeats = HeartbeatMode::kOnSendThread)
-        : protocol(EventMode::kDirect, heartbeats) {}
-
-    // The callback's part.
-    void KeepAsking(const FTLinkInfo& link) {
+  // Stops a protocol while one of its link threads, which the engine joins, is in a callback that
+  // goes on calling the interface until the stop is far advanced.
+  static void StopInTheMidst(int number) {
+    ScriptedServer server;
+    Mailbox<int> in_callback;
+    Mailbox<int> stopping;
+    TestProtocol protocol(EventMode::kDirect);
+    const auto keep_asking = [&](const FTLinkInfo& link) {
       in_callback.Push(1);
       while (!stopping.Count()) protocol.IsLinkUp(link.link_id);
       const auto end = steady_clock::now() + 1500ms;  // listener, connector and wait thread first
@@ -132,115 +115,64 @@ class ShutdownWithBusyCallbacks : public Shutdown {
         protocol.CloseLink(link.link_id, 0);
         std::this_thread::sleep_for(1ms);
       }
-    }
-
-    // The test's part.
-    void StopInTheMidst(std::mt19937& random) {
-      ASSERT_TRUE(in_callback.WaitFor(1, 10s));
-      RandomPause(random, 50000);
-      stopping.Push(1);
-      StopOrDie(protocol);
-    }
-
-    Mailbox<int> in_callback;
-    Mailbox<int> stopping;
-    TestProtocol protocol;
-  };
-};
-
-TEST_P(ShutdownWithBusyCallbacks, OfPackages) {
-  RunSideBySide(8, 1, [](std::mt19937& random) {
-    ScriptedServer server;
-    Busy busy;
-    busy.protocol.On().received = [&](const FTLinkInfo& link, CFTBuffer*, std::int32_t*) {
-      busy.KeepAsking(link);
     };
-    busy.protocol.Start();
-    auto link = busy.protocol.OpenLink(server);
-    link.peer.SendPackage("question");
-    busy.StopInTheMidst(random);
-  });
-}
-
-TEST_P(ShutdownWithBusyCallbacks, OfRoom) {
-  RunSideBySide(8, 1, [](std::mt19937& random) {
-    ScriptedServer server;
-    Busy busy;
-    busy.protocol.On().space = [&](const FTLinkInfo& link) { busy.KeepAsking(link); };
-    busy.protocol.Start();
-    auto link = busy.protocol.OpenLink(server);
-    busy.StopInTheMidst(random);
-  });
-}
-
-TEST_P(ShutdownWithBusyCallbacks, OfHeartbeats) {
-  const FastClock fast(20);
-  RunSideBySide(8, 1, [](std::mt19937& random) {
-    ScriptedServer server;
-    Busy busy;
-    busy.protocol.On().heartbeat = [&](const FTLinkInfo& link) { busy.KeepAsking(link); };
-    busy.protocol.Start();
-    auto link = busy.protocol.OpenLink(server);
-    busy.StopInTheMidst(random);
-  });
-}
-
-TEST_P(ShutdownWithBusyCallbacks, OfClosedLinks) {
-  RunSideBySide(8, 1, [](std::mt19937& random) {
-    ScriptedServer server;
-    Busy busy;
-    busy.protocol.On().closed = [&](const FTLinkInfo& link) { busy.KeepAsking(link); };
-    busy.protocol.Start();
-    auto link = busy.protocol.OpenLink(server);
-    link.peer.Close();
-    busy.StopInTheMidst(random);
-  });
-}
-
-INSTANTIATE_TEST_SUITE_P(Shares, ShutdownWithBusyCallbacks, testing::Range(0, 2));
-
-// Messages that the interface's thread never came to handle: packages, link records, reports.
-TEST(ShutdownLeftovers, UnhandledEventsAreDroppedWithWhatTheyCarry) {
-  const HeldResources before;
-  {
-    ScriptedServer server;
-    Mailbox<int> inside;
-    Mailbox<int> leave;
-    TestProtocol protocol;
-    protocol.On().received = [&](const FTLinkInfo&, CFTBuffer*, std::int32_t*) {
-      inside.Push(1);
-      leave.WaitFor(1, 10s);
-      protocol.StopThread();
-    };
+    TestProtocol::Hooks& on = protocol.On();
+    if (GetParam() == Callback::kPackage) {
+      on.received = [&](const FTLinkInfo& link, CFTBuffer*, std::int32_t*) { keep_asking(link); };
+    }
+    if (GetParam() == Callback::kRoom) on.space = keep_asking;
+    if (GetParam() == Callback::kHeartbeat) on.heartbeat = keep_asking;
+    if (GetParam() == Callback::kClosed) on.closed = keep_asking;
     protocol.Start();
     auto link = protocol.OpenLink(server);
-    auto other = protocol.OpenLink(server);
-    link.peer.SendPackage("the one that stops everything");
-    ASSERT_TRUE(inside.WaitFor(1, 10s));
-    auto& undelivered = protocol.State().undelivered_recv_bytes;
-    const auto in_hand = undelivered.Get();
-    for (int i = 0; i < 100; ++i) link.peer.SendPackage(PatternBody(1000));
-    const auto all_read = in_hand + 100 * static_cast<std::int64_t>(kHeaderSize + 1000);
-    ASSERT_TRUE(WaitUntil([&] { return undelivered.Get() == all_read; }, 10s));
-    other.peer.Close();
-    protocol.Connect(server.Host(), server.Port());
-    protocol.Connect("0.0.0.0", 1);
-    ASSERT_TRUE(WaitUntil([&] { return protocol.IsLinkUp(other.id) == 0; }, 10s));
-    ASSERT_TRUE(WaitUntil([&] { return protocol.IsLinkUp("03000000") == 1; }, 10s));
-    leave.Push(1);
+    if (GetParam() == Callback::kPackage) link.peer.SendPackage("question");
+    if (GetParam() == Callback::kClosed) link.peer.Close();
+    ASSERT_TRUE(in_callback.WaitFor(1, 10s));
+    std::this_thread::sleep_for(number * 7ms);
+    stopping.Push(1);
     StopOrDie(protocol);
-    EXPECT_EQ(inside.Count(), 1U);
   }
-  EXPECT_TRUE(before.AreRestored(10s)) << before.Difference();
+};
+
+TEST_P(BusyCallbacks, DoNotKeepAStopFromEnding) {
+  const FastClock pace(GetParam() == Callback::kHeartbeat ? 20 : 1);
+  RunOnThreads(8, &StopInTheMidst);
 }
 
-TEST(ShutdownLeftovers, AnInterfaceThatWasNeverStartedGoesWithoutATrace) {
-  const HeldResources before;
-  {
-    TestProtocol never_started;
-    never_started.PostMsg(1, "", 1);
-  }
-  EXPECT_TRUE(before.AreRestored(10s)) << before.Difference();
+INSTANTIATE_TEST_SUITE_P(Each, BusyCallbacks,
+                         testing::Values(Callback::kPackage, Callback::kRoom, Callback::kHeartbeat,
+                                         Callback::kClosed));
+
+using ShutdownLeftovers = GivesEverythingBack;
+
+// Messages that the interface's thread never came to handle: packages, link records, reports.
+TEST_F(ShutdownLeftovers, UnhandledEventsAreDroppedWithWhatTheyCarry) {
+  ScriptedServer server;
+  Mailbox<int> inside;
+  Mailbox<int> leave;
+  TestProtocol protocol;
+  protocol.On().received = [&](const FTLinkInfo&, CFTBuffer*, std::int32_t*) {
+    inside.Push(1);
+    leave.WaitFor(1, 10s);
+    protocol.StopThread();
+  };
+  protocol.Start();
+  auto link = protocol.OpenLink(server);
+  auto other = protocol.OpenLink(server);
+  link.peer.SendPackage("the one that stops everything");
+  ASSERT_TRUE(inside.WaitFor(1, 10s));
+  auto& undelivered = protocol.State().undelivered_recv_bytes;
+  const auto all_read = undelivered.Get() + 100 * static_cast<std::int64_t>(kHeaderSize + 1000);
+  for (int i = 0; i < 100; ++i) link.peer.SendPackage(PatternBody(1000));
+  ASSERT_TRUE(WaitUntil([&] { return undelivered.Get() == all_read; }, 10s));
+  other.peer.Close();
+  protocol.Connect(server.Host(), server.Port());
+  protocol.Connect("0.0.0.0", 1);
+  ASSERT_TRUE(WaitUntil([&] { return protocol.IsLinkUp(other.id) == 0; }, 10s));
+  ASSERT_TRUE(WaitUntil([&] { return protocol.IsLinkUp("03000000") == 1; }, 10s));
+  leave.Push(1);
+  StopOrDie(protocol);
+  EXPECT_EQ(inside.Count(), 1U);
 }
 
 }  // namespace

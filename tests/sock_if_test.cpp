@@ -1,15 +1,15 @@
-// What a protocol class is offered: link ids, Connect, SendPkg and its results, and the callbacks.
+// What a protocol class is offered: link ids, Connect, SendPkg and its results, and the callbacks
+// with the threads that run them.
 #include <gtest/gtest.h>
 
 #include <set>
-#include <thread>
-#include <vector>
+#include <string>
 
+#include "00shcode/mytoolkit/text.h"
 #include "tests/support/dead_ports.h"
-#include "tests/support/manual_clock.h"
 #include "tests/support/release_counter.h"
+#include "tests/support/run_on_threads.h"
 #include "tests/support/test_protocol.h"
-#include "tests/support/wait_until.h"
 
 namespace testkit {
 namespace {
@@ -17,34 +17,20 @@ namespace {
 using namespace std::chrono_literals;
 using Kind = LinkEvent::Kind;
 
-constexpr auto kAWhile = 300ms;  // for what must not happen
-
-TEST(SockIf, LinkIdsAreTheCountersBytesLowestFirst) {
+TEST(SockIf, LinkIdsAreTheCountersBytesLowestFirstOnAllThreads) {
+  constexpr int kThreads = 4;
+  constexpr int kIdsEach = 2000;
   TestProtocol protocol;
-  std::vector<std::string> ids;
-  for (int i = 0; i < 256; ++i) ids.push_back(protocol.VNewLinkId());
-  EXPECT_EQ(ids[0], "01000000");
-  EXPECT_EQ(ids[1], "02000000");
-  EXPECT_EQ(ids[16], "11000000");
-  EXPECT_EQ(ids[170], "AB000000");
-  EXPECT_EQ(ids[255], "00010000");
-}
-
-TEST(SockIf, NoTwoThreadsGetTheSameLinkId) {
-  constexpr std::size_t kThreads = 4;
-  constexpr std::size_t kIdsEach = 2000;
-  TestProtocol protocol;
-  std::vector<std::vector<std::string>> taken(kThreads);
-  std::vector<std::thread> threads;
-  for (auto& ids : taken) {
-    threads.emplace_back([&] {
-      for (std::size_t i = 0; i < kIdsEach; ++i) ids.push_back(protocol.VNewLinkId());
-    });
+  Mailbox<std::string> taken;
+  RunOnThreads(kThreads, [&](int) {
+    for (int i = 0; i < kIdsEach; ++i) taken.Push(protocol.VNewLinkId());
+  });
+  const auto ids = taken.All();
+  std::set<std::string> expected;
+  for (int i = 1; i <= kThreads * kIdsEach; ++i) {
+    expected.insert(FormatString("%02X%02X0000", i % 256, i / 256));
   }
-  for (std::thread& thread : threads) thread.join();
-  std::set<std::string> distinct;
-  for (const auto& ids : taken) distinct.insert(ids.begin(), ids.end());
-  EXPECT_EQ(distinct.size(), kThreads * kIdsEach);
+  EXPECT_EQ(std::set<std::string>(ids.begin(), ids.end()), expected);
 }
 
 void ExpectRefusesEverything(TestProtocol& protocol, const ScriptedServer& server) {
@@ -64,33 +50,39 @@ TEST(SockIf, RefusesEverythingBeforeItRunsAndAfterwards) {
   TestProtocol protocol;
   ExpectRefusesEverything(protocol, server);
   protocol.Start();
-  EXPECT_FALSE(server.TryAccept(kAWhile));
+  EXPECT_FALSE(server.TryAccept(300ms));
   EXPECT_EQ(protocol.Connect(server.Host(), server.Port()), "01000000");
-  EXPECT_EQ(protocol.Connect(server.Host(), server.Port()), "02000000");
   protocol.Stop();
   const std::size_t events = protocol.Events().Count();
   ExpectRefusesEverything(protocol, server);
   EXPECT_EQ(protocol.Events().Count(), events);
 }
 
-TEST(SockIf, ALinkCarriesItsAddressesAndUserValuesIntoEveryCallback) {
-  ScriptedServer server;
-  TestProtocol protocol;
-  protocol.Start();
-  const std::string id = protocol.Connect(server.Host(), server.Port(), 0xFFFFFFFF, 8);
-  Peer peer = server.Accept(10s);
+class RunningSockIf : public testing::Test {
+ protected:
+  void SetUp() override { m_protocol.Start(); }
+
+  ScriptedServer m_server;
+  TestProtocol m_protocol;
+};
+
+TEST_F(RunningSockIf, ALinkCarriesItsAddressesAndUserValuesIntoEveryCallback) {
+  const std::string id =
+      m_protocol.Connect(m_server.Host(), m_server.Port(), 0xFFFFFFFF, 8, "127.0.0.2", 0);
+  Peer peer = m_server.Accept(10s);
+  const auto connected = m_protocol.WaitFor(Kind::kConnected);
+  m_protocol.CloseLink("FFFFFFFF", 0);  // nobody's
   peer.SendPackage("hello");
-  const auto connected = protocol.WaitFor(Kind::kConnected);
-  const auto received = protocol.WaitFor(Kind::kPackage);
+  const auto received = m_protocol.WaitFor(Kind::kPackage);
   peer.Close();
-  const auto closed = protocol.WaitFor(Kind::kClosed);
+  const auto closed = m_protocol.WaitFor(Kind::kClosed);
   ASSERT_TRUE(connected && received && closed);
   for (const auto& event : {connected, received, closed}) {
     EXPECT_EQ(event->link.link_id, id);
     EXPECT_EQ(event->link.kind, LINK_KIND_OUT);
     EXPECT_EQ(event->link.remote_address, "127.0.0.1");
-    EXPECT_EQ(event->link.remote_port, server.Port());
-    EXPECT_EQ(event->link.local_address, "127.0.0.1");
+    EXPECT_EQ(event->link.remote_port, m_server.Port());
+    EXPECT_EQ(event->link.local_address, "127.0.0.2");
     EXPECT_EQ(event->link.local_port, connected->link.local_port);
     EXPECT_EQ(event->link.user_value1, 0xFFFFFFFF);
     EXPECT_EQ(event->link.user_value2, 8U);
@@ -99,40 +91,25 @@ TEST(SockIf, ALinkCarriesItsAddressesAndUserValuesIntoEveryCallback) {
   EXPECT_EQ(received->body, "hello");
 }
 
-TEST(SockIf, AnAcceptedLinkIsReportedWithItsListener) {
-  TestProtocol protocol;
-  protocol.Start();
+TEST_F(RunningSockIf, AnAcceptedLinkIsReportedWithItsListener) {
   std::uint16_t port = 0;
-  const std::string listener_id = protocol.Listen("127.0.0.1", 0, 7, 9, &port);
+  const std::string listener_id = m_protocol.Listen("127.0.0.1", 0, 7, 9, &port);
   ASSERT_EQ(listener_id, "01000000");
   Peer peer = Peer::Connect(port, 10s);
-  const auto accepted = protocol.WaitFor(Kind::kAccepted);
+  const auto accepted = m_protocol.WaitFor(Kind::kAccepted);
   ASSERT_TRUE(accepted);
   EXPECT_EQ(accepted->link.link_id, "02000000");
-  EXPECT_EQ(accepted->link.kind, LINK_KIND_IN);
   EXPECT_EQ(accepted->link.local_port, port);
   EXPECT_EQ(accepted->listener.link_id, listener_id);
   EXPECT_EQ(accepted->listener.user_value1, 7U);
   EXPECT_EQ(accepted->listener.user_value2, 9U);
-  EXPECT_EQ(protocol.Send("02000000", "welcome"), 0);
+  EXPECT_EQ(m_protocol.Send("02000000", "welcome"), 0);
   EXPECT_EQ(peer.ReceivePackage(10s), "welcome");
 }
 
-TEST(SockIf, AConnectBindsToTheLocalEndGiven) {
-  ScriptedServer server;
-  TestProtocol protocol;
-  protocol.Start();
-  protocol.Connect(server.Host(), server.Port(), 0, 0, "127.0.0.2", 0);
-  const auto connected = protocol.WaitFor(Kind::kConnected);
-  ASSERT_TRUE(connected);
-  EXPECT_EQ(connected->link.local_address, "127.0.0.2");
-}
-
 // Refused packages: the release function runs exactly once when asked to, and otherwise never.
-class SendPkgRefusal : public testing::TestWithParam<std::int32_t> {
+class SendPkgRefusal : public RunningSockIf, public testing::WithParamInterface<std::int32_t> {
  protected:
-  void SetUp() override { m_protocol.Start(); }
-
   void ExpectRefused(const std::string& id, const Bytes& bytes, std::int32_t force,
                      std::int32_t result) {
     const ReleaseCounter released;
@@ -144,37 +121,29 @@ class SendPkgRefusal : public testing::TestWithParam<std::int32_t> {
       ReleaseFTBuffer(pkg);
     }
   }
-
-  ScriptedServer m_server;
-  TestProtocol m_protocol;
 };
 
-TEST_P(SendPkgRefusal, NoPackageOrAnEmptyOne) {
+TEST_P(SendPkgRefusal, NoPackageOrNoLinkThatIsUp) {
   const auto link = m_protocol.OpenLink(m_server);
-  const ReleaseCounter released;
   EXPECT_EQ(m_protocol.SendPkg(link.id, nullptr, &ReleaseCounter::Release, 1, GetParam(), 3), -1);
-  EXPECT_EQ(released.Count(), 0);
   ExpectRefused(link.id, "", 1, -1);
   const FTBufferPtr empty(NewBuffer(""));
   EXPECT_EQ(m_protocol.SendPkg(link.id, empty.get(), nullptr, 0, GetParam(), 3), -1);
-}
 
-TEST_P(SendPkgRefusal, LinksThatAreNotUp) {
   const FullBacklogPort mute;
   const std::string pending = m_protocol.Connect(mute.Host(), mute.Port());
   const std::string delayed = m_protocol.Connect(mute.Host(), mute.Port(), 0, 0, nullptr, 0, 60);
   auto closed = m_protocol.OpenLink(m_server);
   closed.peer.Close();
   ASSERT_TRUE(m_protocol.WaitClosed());
-  for (const std::string& id :
-       {std::string("FFFFFFFF"), std::string(), pending, delayed, closed.id}) {
+  for (const std::string& id : {std::string("FFFFFFFF"), pending, delayed, closed.id}) {
     SCOPED_TRACE("link " + id);
     EXPECT_EQ(m_protocol.IsLinkUp(id), 0);
     ExpectRefused(id, "package", 1, -1);
   }
 }
 
-TEST_P(SendPkgRefusal, TheEnginesBacklog) {
+TEST_P(SendPkgRefusal, TheEnginesBacklogUnlessForced) {
   ScriptedServer slow(4096);
   const auto link = m_protocol.OpenLink(slow);
   FTEngineState& state = m_protocol.State();
@@ -183,117 +152,83 @@ TEST_P(SendPkgRefusal, TheEnginesBacklog) {
   ASSERT_GE(state.queued_send_bytes.Get(), 1000000);
   ExpectRefused(link.id, "package", 0, 1);
   EXPECT_EQ(m_protocol.SendPkg(link.id, NewBuffer("x"), &ReleaseFTBuffer, 1, 1, 3), 0);
-  const auto queued = state.queued_send_bytes.Get();
-  state.send_backlog_limit.Set(static_cast<std::int32_t>(queued / 1000000 + 1));
+  state.send_backlog_limit.Set(5);
   EXPECT_EQ(m_protocol.SendPkg(link.id, NewBuffer("x"), &ReleaseFTBuffer, 0, 1, 3), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(ReleaseOnFailure, SendPkgRefusal, testing::Values(0, 1));
 
-TEST(SockIf, AnAcceptedPackageIsReleasedOnceAfterItIsSent) {
-  ScriptedServer server;
-  TestProtocol protocol;
-  protocol.Start();
-  auto link = protocol.OpenLink(server);
-  const ReleaseCounter released;
-  const Bytes package = BuildPackage(PatternBody(50000));
-  for (int i = 0; i < 20; ++i) {
-    EXPECT_EQ(protocol.SendPkg(link.id, NewBuffer(package), &ReleaseCounter::Release, 0, i % 2, 3),
-              0);
-  }
-  for (int i = 0; i < 20; ++i) EXPECT_EQ(link.peer.ReceivePackage(10s), PatternBody(50000));
-  EXPECT_TRUE(released.Reaches(20, 10s)) << released.Count();
-  EXPECT_TRUE(protocol.CountersReturnToZero());
-  protocol.Stop();
-  EXPECT_EQ(released.Count(), 20);
-}
-
-TEST(SockIf, APackageWithoutReleaseFunctionStaysTheSenders) {
-  ScriptedServer server;
-  TestProtocol protocol;
-  protocol.Start();
-  auto link = protocol.OpenLink(server);
-  const FTBufferPtr pkg(NewBuffer(BuildPackage("mine")));
-  EXPECT_EQ(protocol.SendPkg(link.id, pkg.get(), nullptr, 0, 1, 3), 0);
-  EXPECT_EQ(link.peer.ReceivePackage(10s), "mine");
-  protocol.Stop();
-  EXPECT_EQ(pkg->GetDataLen(), 0);
-}
-
-TEST(SockIf, AKeptPackageIsTheProtocolsAndNoLongerCounted) {
-  ScriptedServer server;
-  TestProtocol protocol;
-  Mailbox<CFTBuffer*> kept;
-  protocol.On().received = [&](const FTLinkInfo&, CFTBuffer* pkg, std::int32_t* keep) {
-    *keep = 1;
-    kept.Push(pkg);
-  };
-  protocol.Start();
-  auto link = protocol.OpenLink(server);
-  link.peer.SendPackage("first");
-  link.peer.SendPackage(PatternBody(5000));
-  const auto first = kept.Take(10s);
-  const auto second = kept.Take(10s);
-  ASSERT_TRUE(first && second);
-  EXPECT_TRUE(protocol.CountersReturnToZero());
-  protocol.Stop();
-  const FTBufferPtr pkg(*first);
-  const FTBufferPtr large(*second);
-  EXPECT_EQ(pkg->GetDataLen(), static_cast<std::int32_t>(BuildPackage("first").size()));
-  EXPECT_EQ(large->GetDataLen(), static_cast<std::int32_t>(kHeaderSize + 5000));
-}
-
-TEST(SockIf, ClosingAnUnknownLinkChangesNothing) {
-  ScriptedServer server;
-  TestProtocol protocol;
-  protocol.Start();
-  auto link = protocol.OpenLink(server);
-  protocol.CloseLink("FFFFFFFF", 0);
-  protocol.CloseLink("", 1);
-  link.peer.SendPackage("still here");
-  EXPECT_EQ(protocol.ReceivePackage(), "still here");
-  EXPECT_EQ(link.peer.WaitClosed(kAWhile), LinkEnd::kStillOpen);
-  EXPECT_EQ(protocol.IsLinkUp(link.id), 1);
-  EXPECT_EQ(protocol.Events().Count(), 0U);
-}
-
-// A protocol class that supplies what it must and nothing else.
-class BareProtocol : public CFTBaseSockIf {
- public:
-  BareProtocol() : CFTBaseSockIf(1, 0) {}
-  ~BareProtocol() override {
-    StopThread();
-    WaitThreadExit();
-  }
-  std::int32_t Received() const { return m_received.Get(); }
-
+class EventModes : public testing::TestWithParam<EventMode> {
  protected:
-  std::int32_t VGetOnePkgLen(const void*, std::int32_t count, const FTLinkInfo*) override {
-    m_received.Add(count);
-    return count;
-  }
-
- private:
-  CFTLockedValue<std::int32_t> m_received;
+  ScriptedServer m_server;
+  TestProtocol m_protocol{GetParam()};
 };
 
-TEST(SockIf, AProtocolWithoutCallbacksRuns) {
-  ManualClock clock;
-  ScriptedServer server;
-  BareProtocol protocol;
-  ASSERT_EQ(protocol.StartThread(0), 0);
-  ASSERT_TRUE(WaitUntil([&] { return protocol.IsRunning() == 1; }, 10s));
-  const std::string id = protocol.Connect(server.Host(), server.Port());
-  Peer peer = server.Accept(10s);
-  ASSERT_TRUE(WaitUntil([&] { return protocol.IsLinkUp(id) == 1; }, 10s));
-  peer.SendRaw("12345");
-  EXPECT_TRUE(WaitUntil([&] { return protocol.Received() >= 5; }, 10s));
-  EXPECT_EQ(protocol.SendPkg(id, NewBuffer("reply"), &ReleaseFTBuffer, 0, 1, 1), 0);
-  EXPECT_EQ(peer.ReceiveExactly(5, 10s), "reply");
-  clock.Advance(20000);
-  EXPECT_FALSE(peer.ReceiveExactly(1, 1200ms)) << "a heartbeat that nobody made";
+TEST_P(EventModes, DirectCallbacksOfALinkRunOnItsThreadsAllOthersOnTheProtocols) {
+  const bool by_message = GetParam() == EventMode::kByMessage;
+  m_protocol.Start();
+  const std::uint32_t own = m_protocol.GetThreadId();
+  m_protocol.Connect("0.0.0.0", 1);
+  const auto failed = m_protocol.WaitFor(Kind::kConnectFailed);
+  m_protocol.Connect(m_server.Host(), m_server.Port());
+  Peer peer = m_server.Accept(10s);
+  const auto connected = m_protocol.WaitFor(Kind::kConnected);
+  peer.SendPackage("hello");
+  const auto received = m_protocol.WaitFor(Kind::kPackage);
+  const auto report = m_protocol.Spaces().Take(10s);
   peer.Close();
-  EXPECT_TRUE(WaitUntil([&] { return protocol.IsLinkUp(id) == 0; }, 10s));
+  const auto closed = m_protocol.WaitFor(Kind::kClosed);
+  ASSERT_TRUE(failed && connected && received && report && closed);
+  EXPECT_EQ(failed->thread, own);
+  EXPECT_EQ(connected->thread, own);
+  EXPECT_EQ(received->thread == own, by_message);
+  EXPECT_EQ(report->thread == own, by_message);
+  EXPECT_EQ(report->thread == received->thread, by_message);
+  EXPECT_EQ(closed->thread, received->thread);
+}
+
+TEST_P(EventModes, APackageCanBeAnsweredInItsCallbackAndKept) {
+  Mailbox<CFTBuffer*> kept;
+  m_protocol.On().received = [&](const FTLinkInfo& link, CFTBuffer* pkg, std::int32_t* keep) {
+    *keep = pkg->GetDataLen() % 2 == 0 ? 1 : 0;
+    if (*keep == 1) kept.Push(pkg);
+    EXPECT_EQ(m_protocol.Send(link.link_id, "answer"), 0);
+  };
+  m_protocol.Start();
+  auto link = m_protocol.OpenLink(m_server);
+  for (const std::size_t size : {0U, 1U, 2U, 5000U}) link.peer.SendPackage(PatternBody(size));
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(link.peer.ReceivePackage(10s), "answer");
+  EXPECT_TRUE(m_protocol.CountersReturnToZero());
+  m_protocol.Stop();
+  for (const std::int32_t size : {0, 2, 5000}) {
+    const FTBufferPtr pkg(kept.Take(10s).value_or(nullptr));
+    ASSERT_TRUE(pkg);
+    EXPECT_EQ(pkg->GetDataLen(), static_cast<std::int32_t>(kHeaderSize) + size);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Both, EventModes,
+                         testing::Values(EventMode::kByMessage, EventMode::kDirect));
+
+// By message nobody is left to hear of the end.
+TEST(DirectEvents, RunForTwoLinksAtTheSameTimeAndUntilTheEngineStops) {
+  ScriptedServer server;
+  TestProtocol protocol(EventMode::kDirect);
+  Mailbox<int> entered;
+  protocol.On().received = [&](const FTLinkInfo&, CFTBuffer*, std::int32_t*) {
+    entered.Push(1);
+    EXPECT_TRUE(entered.WaitFor(2, 10s)) << "the other link's callback waits for this one";
+  };
+  protocol.Start();
+  auto first = protocol.OpenLink(server);
+  auto second = protocol.OpenLink(server);
+  first.peer.SendPackage("one");
+  second.peer.SendPackage("two");
+  ASSERT_TRUE(protocol.ReceivePackage() && protocol.ReceivePackage());
+  protocol.Stop();
+  EXPECT_EQ(protocol.WaitClosed(), 0);
+  EXPECT_EQ(protocol.WaitClosed(), 0);
+  EXPECT_EQ(protocol.Events().Count(), 0U);
 }
 
 }  // namespace
