@@ -26,16 +26,18 @@ bool LookUpAddress(const char* host, std::string* dotted) {
 bool WaitForLink(CClientCommThread* client) {
   for (int tests = 0; tests < kLinkTests; ++tests) {
     if (client->IsRunning() != 0 && client->IsOnline() != 0) return true;
-    Sleep(kLinkTestPauseMs);
+    ft::Sleep(kLinkTestPauseMs);
   }
   return false;
 }
 
 char* WaitForAnswer(CClientCommThread* client) {
   for (int polls = 0; polls <= kAnswerPolls; ++polls) {
-    Sleep(kAnswerPollPauseMs);
-    if (char* const answer = client->PopRecvPkg()) return answer;
-    if (client->IsOnline() == 0) return nullptr;
+    ft::Sleep(kAnswerPollPauseMs);
+    // In this order: once the loss is known, everything received has been queued.
+    const bool lost = client->HasLostLink();
+    char* const answer = client->PopRecvPkg();
+    if (answer != nullptr || lost) return answer;
   }
   return nullptr;
 }
@@ -51,13 +53,13 @@ char* Ask(CClientCommThread* client, const std::string& address, int port, char 
 
 }  // namespace
 
-int QueryBalanceServer(const char* host, int port, char question, char** answer) {
+int ft::QueryBalanceServer(const char* host, int port, char question, char** answer) {
   if (answer == nullptr) return 0;
   *answer = nullptr;
   // Building the client makes the process ready for sockets, which the look-up needs.
   g_pClientCommThread = new CClientCommThread;
   std::string address;
   if (LookUpAddress(host, &address)) *answer = Ask(g_pClientCommThread, address, port, question);
-  TearDownClient();
+  ft::TearDownClient();
   return *answer != nullptr ? 1 : 0;
 }

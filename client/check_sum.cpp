@@ -46,7 +46,7 @@ std::int64_t AddBlock(std::int64_t sum, const unsigned char* block) {
 
 }  // namespace
 
-void CalcCheckSum(unsigned char check_sum[4], const void* data, std::int32_t count) {
+void ft::CalcCheckSum(unsigned char check_sum[4], const void* data, std::int32_t count) {
   const auto* bytes = static_cast<const unsigned char*>(data);
   std::int64_t sum = 0;
   for (; count >= kBlockBytes; count -= kBlockBytes, bytes += kBlockBytes) {

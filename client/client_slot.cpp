@@ -4,7 +4,7 @@
 
 CClientCommThread* g_pClientCommThread = nullptr;
 
-void TearDownClient() {
+void ft::TearDownClient() {
   if (g_pClientCommThread == nullptr) return;
   g_pClientCommThread->PostQuit();
   g_pClientCommThread->WaitThreadExit();

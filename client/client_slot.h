@@ -6,6 +6,10 @@ class CClientCommThread;
 // at the same time.
 extern CClientCommThread* g_pClientCommThread;
 
+namespace ft {
+
 // Ends the client if there is one: asks its thread to quit, blocks until it has ended, destroys it
 // and empties the slot.
 void TearDownClient();
+
+}  // namespace ft

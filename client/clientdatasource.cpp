@@ -28,7 +28,7 @@ CClientDataSource& CClientDataSource::operator=(const CClientDataSource&) {
 }
 
 CClientDataSource::~CClientDataSource() {
-  TearDownClient();
+  ft::TearDownClient();
 }
 
 int CClientDataSource::Link(const char* host1, int port1, const char* host2, int port2,
@@ -46,7 +46,7 @@ int CClientDataSource::Link(const char* host1, int port1, const char* host2, int
 }
 
 int CClientDataSource::UnLink() {
-  TearDownClient();
+  ft::TearDownClient();
   return 0;
 }
 
@@ -69,5 +69,5 @@ void CClientDataSource::FreeBuffer(char* buffer) {
 }
 
 int CClientDataSource::GetBalanceServer(char* host, int port, char question, char** answer) {
-  return QueryBalanceServer(host, port, question, answer);
+  return ft::QueryBalanceServer(host, port, question, answer);
 }

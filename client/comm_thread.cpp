@@ -20,7 +20,7 @@ constexpr std::int32_t kRequestPriority = 3;
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
 std::int32_t WallClockSeconds() {
-  return static_cast<std::int32_t>(GetNowTime().seconds);
+  return static_cast<std::int32_t>(ft::GetNowTime().seconds);
 }
 
 // Wraps like the seconds themselves do.
@@ -35,7 +35,9 @@ void DiscardBody(std::uintptr_t body) {
 
 }  // namespace
 
-CClientCommThread::CClientCommThread() : CFTBaseSockIf(1, 0) {}
+CClientCommThread::CClientCommThread()
+    : CFTBaseSockIf(FTEventMode::kByMessage, FTHeartbeatMode::kOnSendThread,
+                    FTSpaceReports::kNone) {}
 
 CClientCommThread::~CClientCommThread() = default;
 
@@ -58,10 +60,11 @@ std::int32_t CClientCommThread::IsOnline() {
 std::int32_t CClientCommThread::SendRequest(const char* body, std::int32_t body_len) {
   const CFTAutoLock guard(&m_link_lock, CFTRwLock::kRead);
   if (m_link_id.empty()) return -1;
-  if (body_len < 0 || body_len > kMaxBodyLen) return -1;
+  if (body_len < 0 || body_len > ft::kMaxBodyLen) return -1;
   auto package = std::make_unique<CFTBuffer>();
-  EncodePkg(package.get(), body, body_len);
-  SendPkg(m_link_id, package.release(), &ReleaseFTBuffer, 1, 1, kRequestPriority);
+  ft::EncodePkg(package.get(), body, body_len);
+  SendPkg(m_link_id, package.release(), &ReleaseFTBuffer, FTSendMode::kForced,
+          FTOnRefusal::kRelease, kRequestPriority);
   m_reply_wait_start.store(WallClockSeconds(), kRelaxed);
   return 0;
 }
@@ -74,7 +77,7 @@ std::int32_t CClientCommThread::OnEnterThread() {
   return 0;
 }
 
-void CClientCommThread::OnMsg(const FTMsg& msg, std::int32_t draining) {
+void CClientCommThread::OnMsg(FTMsg& msg, std::int32_t draining) {
   if (msg.id == FTMSG_TIMER && msg.param1 == TIMER_CHECK_LINK) {
     OnCheckLinkTimer();
     SetTimerAgain(msg);
@@ -88,12 +91,12 @@ void CClientCommThread::OnMsg(const FTMsg& msg, std::int32_t draining) {
 
 std::int32_t CClientCommThread::VGetOnePkgLen(const void* data, std::int32_t count,
                                               const FTLinkInfo*) {
-  return GetPkgLen(data, count);
+  return ft::GetPkgLen(data, count);
 }
 
 CFTBuffer* CClientCommThread::VGetHeartbeatPkg(const FTLinkInfo*, FTReleaseFunction* release) {
   *release = &ReleaseFTBuffer;
-  return MakeHeartbeatPkg().release();
+  return ft::MakeHeartbeatPkg().release();
 }
 
 void CClientCommThread::OnConnected(const FTLinkInfo* link) {
@@ -104,7 +107,8 @@ void CClientCommThread::OnConnectFailed(const FTLinkInfo* link) {
   ForgetLink(*link, LINK_EVENT_CONNECT_FAILED);
 }
 
-void CClientCommThread::OnLinkClosed(const FTLinkInfo* link, std::int32_t) {
+void CClientCommThread::OnLinkClosed(const FTLinkInfo* link, FTCloseReason) {
+  m_lost_link.store(true, std::memory_order_release);
   ForgetLink(*link, LINK_EVENT_CLOSED);
 }
 
@@ -113,8 +117,8 @@ void CClientCommThread::OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::i
   PkgHead head;
   char* body = nullptr;
   std::int32_t body_len = 0;
-  if (DecodePkg(pkg, &head, &body, &body_len) != 0) return;
-  if (IsHeartbeatBody(body, body_len)) {
+  if (ft::DecodePkg(pkg, &head, &body, &body_len) != 0) return;
+  if (ft::IsHeartbeatBody(body, body_len)) {
     delete[] body;
     return;
   }
@@ -158,7 +162,7 @@ void CClientCommThread::OnCheckReplyTimer() {
   if (link_id.empty()) return;
   const std::int32_t start = m_reply_wait_start.load(kRelaxed);
   if (start <= 0 || SecondsBetween(WallClockSeconds(), start) <= kReplyLimitSec) return;
-  CloseLink(link_id, 0);
+  CloseLink(link_id, FTCloseMode::kNow);
   m_reply_wait_start.store(0, kRelaxed);
 }
 

@@ -37,15 +37,18 @@ class CClientCommThread : public CFTBaseSockIf {
   // for a length that cannot be.
   std::int32_t SendRequest(const char* body, std::int32_t body_len);
 
+  // True once a link that was up has ended and everything received on it has been handled.
+  bool HasLostLink() const { return m_lost_link.load(std::memory_order_acquire); }
+
   // The oldest queued package, as CReceivedQueue::Pop.
   char* PopRecvPkg() { return m_received.Pop(); }
 
  protected:
   std::int32_t OnEnterThread() override;
-  void OnMsg(const FTMsg& msg, std::int32_t draining) override;
+  void OnMsg(FTMsg& msg, std::int32_t draining) override;
   std::int32_t VGetOnePkgLen(const void* data, std::int32_t count, const FTLinkInfo* link) override;
   CFTBuffer* VGetHeartbeatPkg(const FTLinkInfo* link, FTReleaseFunction* release) override;
-  void OnLinkClosed(const FTLinkInfo* link, std::int32_t reason) override;
+  void OnLinkClosed(const FTLinkInfo* link, FTCloseReason reason) override;
   void OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::int32_t* keep) override;
   void OnConnectFailed(const FTLinkInfo* link) override;
   void OnConnected(const FTLinkInfo* link) override;
@@ -65,6 +68,9 @@ class CClientCommThread : public CFTBaseSockIf {
   CFTRwLock m_link_lock;
   std::string m_link_id FT_GUARDED_BY(m_link_lock);  // empty: no link, and none being opened
   CReceivedQueue m_received;
+
+  // Any thread may look; released after the packages that came before.
+  std::atomic<bool> m_lost_link{false};
 
   // Single values, each read and written whole; nothing else depends on their order.
   std::atomic<std::uint32_t> m_window{0};

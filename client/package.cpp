@@ -26,53 +26,53 @@ std::uint32_t LoadBigEndian(const unsigned char* bytes) {
 
 }  // namespace
 
-std::int32_t EncodePkg(CFTBuffer* buffer, const void* body, std::int32_t body_len) {
+std::int32_t ft::EncodePkg(CFTBuffer* buffer, const void* body, std::int32_t body_len) {
   if (buffer == nullptr || body == nullptr) return -1;
-  if (body_len < 0 || body_len > kMaxBodyLen) return -1;
-  unsigned char head[kPkgHeadLen];
+  if (body_len < 0 || body_len > ft::kMaxBodyLen) return -1;
+  unsigned char head[ft::kPkgHeadLen];
   std::memcpy(head, kMark, sizeof kMark);
   StoreBigEndian(static_cast<std::uint32_t>(body_len), head + kBodyLenOffset);
-  CalcCheckSum(head + kCheckSumOffset, body, body_len);
-  buffer->Reserve(kPkgHeadLen + body_len);
-  buffer->Append(head, kPkgHeadLen);
+  ft::CalcCheckSum(head + kCheckSumOffset, body, body_len);
+  buffer->Reserve(ft::kPkgHeadLen + body_len);
+  buffer->Append(head, ft::kPkgHeadLen);
   buffer->Append(body, body_len);
   return 0;
 }
 
-std::int32_t DecodePkg(const CFTBuffer* buffer, PkgHead* head, char** body,
-                       std::int32_t* body_len) {
+std::int32_t ft::DecodePkg(const CFTBuffer* buffer, PkgHead* head, char** body,
+                           std::int32_t* body_len) {
   if (buffer == nullptr || head == nullptr || body == nullptr || body_len == nullptr) return -1;
   const std::int32_t available = buffer->GetDataLen();
-  if (available < kPkgHeadLen) return -1;
+  if (available < ft::kPkgHeadLen) return -1;
   const unsigned char* const data = buffer->GetData();
-  static_assert(sizeof *head == kPkgHeadLen);
+  static_assert(sizeof *head == ft::kPkgHeadLen);
   std::memcpy(head, data, sizeof *head);
   const std::uint32_t announced = LoadBigEndian(data + kBodyLenOffset);
   *body_len = static_cast<std::int32_t>(announced);
-  if (announced > static_cast<std::uint32_t>(available - kPkgHeadLen)) return -1;
+  if (announced > static_cast<std::uint32_t>(available - ft::kPkgHeadLen)) return -1;
 
   unsigned char check_sum[4];
-  CalcCheckSum(check_sum, data + kPkgHeadLen, *body_len);
+  ft::CalcCheckSum(check_sum, data + ft::kPkgHeadLen, *body_len);
   if (std::memcmp(check_sum, data + kCheckSumOffset, sizeof check_sum) != 0) return -1;
   *body = new char[announced];
-  std::memcpy(*body, data + kPkgHeadLen, announced);
+  std::memcpy(*body, data + ft::kPkgHeadLen, announced);
   return 0;
 }
 
-std::int32_t GetPkgLen(const void* data, std::int32_t count) {
-  if (count < kPkgHeadLen) return 0;
+std::int32_t ft::GetPkgLen(const void* data, std::int32_t count) {
+  if (count < ft::kPkgHeadLen) return 0;
   const auto* const bytes = static_cast<const unsigned char*>(data);
   const std::uint32_t announced = LoadBigEndian(bytes + kBodyLenOffset);
-  return announced > kMaxBodyLen ? -1 : static_cast<std::int32_t>(announced) + kPkgHeadLen;
+  return announced > ft::kMaxBodyLen ? -1 : static_cast<std::int32_t>(announced) + ft::kPkgHeadLen;
 }
 
-FTBufferPtr MakeHeartbeatPkg() {
+FTBufferPtr ft::MakeHeartbeatPkg() {
   auto buffer = std::make_unique<CFTBuffer>();
-  EncodePkg(buffer.get(), kHeartbeatBody, sizeof kHeartbeatBody);
+  ft::EncodePkg(buffer.get(), kHeartbeatBody, sizeof kHeartbeatBody);
   return buffer;
 }
 
-bool IsHeartbeatBody(const char* body, std::int32_t body_len) {
+bool ft::IsHeartbeatBody(const char* body, std::int32_t body_len) {
   constexpr auto kLength = static_cast<std::int32_t>(sizeof kHeartbeatBody);
   return body_len >= kLength && std::memcmp(body, kHeartbeatBody, sizeof kHeartbeatBody) == 0;
 }

@@ -12,6 +12,8 @@ struct PkgHead {
   std::uint32_t CheckSum;
 };
 
+namespace ft {
+
 constexpr std::int32_t kPkgHeadLen = 12;
 constexpr std::int32_t kMaxBodyLen = INT32_MAX - kPkgHeadLen;
 
@@ -32,3 +34,5 @@ std::int32_t GetPkgLen(const void* data, std::int32_t count);
 FTBufferPtr MakeHeartbeatPkg();
 
 bool IsHeartbeatBody(const char* body, std::int32_t body_len);
+
+}  // namespace ft

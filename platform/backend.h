@@ -12,9 +12,20 @@ std::uint32_t TickCount();
 
 // Where a call fails, *error says why; the sets of a wait are then as they were.
 Socket Accept(Socket listening, SocketAddress* peer, SocketError* error);  // kNoSocket: failed
-int Receive(Socket socket, void* buffer, int length, SocketError* error);  // 0: failed
-int Send(Socket socket, const void* data, int length, SocketError* error);
-int Wait(SocketSet* read, SocketSet* write, int timeout_ms, SocketError* error);  // -1: failed
+int Receive(Socket socket, const BytePiece* pieces, int count, SocketError* error);  // 0: failed
+int Send(Socket socket, const ConstBytePiece* pieces, int count, SocketError* error);
+
+// extra (may be kNoSocket) ends the wait when it is readable and is not counted.
+int Wait(SocketSet* read, SocketSet* write, Socket extra, int timeout_ms,
+         SocketError* error);  // -1: failed
+int WaitForOne(Socket socket, Readiness readiness, Socket extra, int timeout_ms,
+               SocketError* error);
+
+// The two halves of a Waker: a socket that is readable from Signal to Unsignal.
+Socket OpenSignal();
+void Signal(Socket signal);
+void Unsignal(Socket signal);
+void CloseSignal(Socket signal);
 
 // kNone: connected; kInProgress: the system goes on connecting.
 SocketError Connect(Socket socket, const SocketAddress& remote);

@@ -64,9 +64,24 @@ class Event {
   alignas(8) unsigned char m_storage[112];
 };
 
+// While it lives, this thread may write to a pipe whose reader is gone: the write fails, and no
+// signal ends the process. errno stays as it is.
+class BrokenPipeGuard {
+ public:
+  BrokenPipeGuard();
+  ~BrokenPipeGuard();
+  BrokenPipeGuard(const BrokenPipeGuard&) = delete;
+  BrokenPipeGuard& operator=(const BrokenPipeGuard&) = delete;
+
+ private:
+  bool m_was_pending = false;
+  alignas(8) unsigned char m_storage[128];
+};
+
 // ---------------------------------------------------------------- clocks
 
-// Milliseconds since an arbitrary moment; wraps to 0 after 2^32 ms.
+// Milliseconds since an arbitrary moment, those included that the machine slept; wraps to 0 after
+// 2^32 ms.
 std::uint32_t TickCount();
 
 // Tests replace the counter behind TickCount; null brings the system's own back.
@@ -148,19 +163,33 @@ SocketError ConnectSocket(Socket socket, const SocketAddress& remote);
 
 enum class ConnectState { kConnected, kFailed };
 
-// For a connecting socket that became writable. Reads and clears the socket's pending error. A
-// socket that was connected to itself counts as failed.
-ConnectState TakeConnectResult(Socket socket);
+// For a connecting socket that became writable: reads and clears the socket's pending error, and
+// fills both ends when it is connected. A socket that was connected to itself counts as failed.
+ConnectState TakeConnectResult(Socket socket, SocketAddress* local, SocketAddress* peer);
 
-// Move at most length bytes; the number moved, or 0 with *error set. An orderly end of the stream
-// is kBroken. Neither blocks on a non-blocking socket, and neither raises a signal.
-int ReceiveBytes(Socket socket, void* buffer, int length, SocketError* error);
-int SendBytes(Socket socket, const void* data, int length, SocketError* error);
+struct BytePiece {
+  void* data;
+  int length;
+};
+
+struct ConstBytePiece {
+  const void* data;
+  int length;
+};
+
+constexpr int kMaxPieces = 256;  // in one call
+
+// Move bytes into or out of the pieces as if they were one block; the number moved, perhaps fewer
+// than there is room for, or 0 with *error set. An orderly end of the stream is kBroken. Neither
+// blocks on a non-blocking socket, and neither raises a signal.
+int ReceivePieces(Socket socket, const BytePiece* pieces, int count, SocketError* error);
+int SendPieces(Socket socket, const ConstBytePiece* pieces, int count, SocketError* error);
 
 bool GetLocalAddress(Socket socket, SocketAddress* address);
 bool GetPeerAddress(Socket socket, SocketAddress* address);
 
-// Network byte order; kNoAddress when the text is no numeric IPv4 address.
+// Network byte order; kNoAddress for any text but a numeric IPv4 address. As everywhere, "127.1"
+// and parts in octal (0...) or hexadecimal (0x...) digits are understood.
 std::uint32_t ParseAddress(const char* text);
 
 std::uint16_t PortToNetwork(std::uint16_t port);
@@ -187,11 +216,39 @@ class SocketSet {
   std::vector<Socket> m_sockets;
 };
 
+// Ends waits for sockets from outside. Once used it ends every wait that names it, until it is
+// cleared.
+class Waker {
+ public:
+  Waker();
+  ~Waker();
+  Waker(const Waker&) = delete;
+  Waker& operator=(const Waker&) = delete;
+
+  // False when the system has no descriptor for it: then waits run to their limits.
+  bool IsUsable() const { return m_signal != kNoSocket; }
+
+  void Wake();
+  void Clear();
+
+  // For the waits alone: readable while the waker is in use.
+  Socket Signal() const { return m_signal; }
+
+ private:
+  const Socket m_signal;
+};
+
 // Blocks until a socket of the read set is readable or one of the write set is writable, at most
-// timeout_ms (negative: without limit). Either set may be null. Leaves only ready sockets in the
-// sets and returns their number, 0 on time-out, -1 on failure (the sets are then empty). Any
-// socket number is served. A socket with an error counts as ready.
-int WaitForSockets(SocketSet* read, SocketSet* write, int timeout_ms);
+// timeout_ms (negative: without limit), or until the waker (may be null) is used. Either set may be
+// null. Leaves only ready sockets in the sets and returns their number, 0 on time-out, -1 on
+// failure (the sets are then empty). Any socket number is served. A socket with an error counts as
+// ready; a number that is no open socket is a failure.
+int WaitForSockets(SocketSet* read, SocketSet* write, int timeout_ms, Waker* waker = nullptr);
+
+enum class Readiness { kReadable, kWritable };
+
+// The same for one socket: true when it is ready. kNoSocket: waits for the waker alone.
+bool WaitForSocket(Socket socket, Readiness readiness, int timeout_ms, Waker* waker = nullptr);
 
 // ---------------------------------------------------------------- windows
 

@@ -30,6 +30,19 @@ int RemainingMs(Clock::time_point deadline) {
   return static_cast<int>(std::max(left, milliseconds(0)).count());
 }
 
+// A wait whose interruptions do not make it longer.
+template <typename Wait>
+int WaitUntil(int timeout_ms, Wait wait) {
+  const Clock::time_point deadline = Clock::now() + milliseconds(timeout_ms);
+  SocketError error = SocketError::kNone;
+  return Uninterrupted(&error,
+                       [&] { return wait(timeout_ms < 0 ? -1 : RemainingMs(deadline), &error); });
+}
+
+Socket SignalOf(const Waker* waker) {
+  return waker == nullptr ? kNoSocket : waker->Signal();
+}
+
 }  // namespace
 
 Socket AcceptSocket(Socket listening, SocketAddress* peer, SocketError* error) {
@@ -51,38 +64,40 @@ SocketError ConnectSocket(Socket socket, const SocketAddress& remote) {
   }
 }
 
-ConnectState TakeConnectResult(Socket socket) {
-  SocketAddress local{};
-  SocketAddress peer{};
-  if (!backend::TakeSuccess(socket) || !GetPeerAddress(socket, &peer) ||
-      !GetLocalAddress(socket, &local)) {
+ConnectState TakeConnectResult(Socket socket, SocketAddress* local, SocketAddress* peer) {
+  if (!backend::TakeSuccess(socket) || !GetPeerAddress(socket, peer) ||
+      !GetLocalAddress(socket, local)) {
     return ConnectState::kFailed;
   }
-  const bool itself = local.port == peer.port && local.address == peer.address;
+  const bool itself = local->port == peer->port && local->address == peer->address;
   return itself ? ConnectState::kFailed : ConnectState::kConnected;
 }
 
-int ReceiveBytes(Socket socket, void* buffer, int length, SocketError* error) {
+int ReceivePieces(Socket socket, const BytePiece* pieces, int count, SocketError* error) {
   *error = SocketError::kNone;
-  return Uninterrupted(error, [&] { return backend::Receive(socket, buffer, length, error); });
+  return Uninterrupted(error, [&] { return backend::Receive(socket, pieces, count, error); });
 }
 
-int SendBytes(Socket socket, const void* data, int length, SocketError* error) {
+int SendPieces(Socket socket, const ConstBytePiece* pieces, int count, SocketError* error) {
   *error = SocketError::kNone;
-  return Uninterrupted(error, [&] { return backend::Send(socket, data, length, error); });
+  return Uninterrupted(error, [&] { return backend::Send(socket, pieces, count, error); });
 }
 
-int WaitForSockets(SocketSet* read, SocketSet* write, int timeout_ms) {
-  const Clock::time_point deadline = Clock::now() + milliseconds(timeout_ms);
-  SocketError error = SocketError::kNone;
-  const int ready = Uninterrupted(&error, [&] {
-    return backend::Wait(read, write, timeout_ms < 0 ? -1 : RemainingMs(deadline), &error);
+int WaitForSockets(SocketSet* read, SocketSet* write, int timeout_ms, Waker* waker) {
+  const int ready = WaitUntil(timeout_ms, [&](int left_ms, SocketError* error) {
+    return backend::Wait(read, write, SignalOf(waker), left_ms, error);
   });
   if (ready >= 0) return ready;
   for (SocketSet* const set : {read, write}) {
     if (set != nullptr) set->Assign({});
   }
   return -1;
+}
+
+bool WaitForSocket(Socket socket, Readiness readiness, int timeout_ms, Waker* waker) {
+  return WaitUntil(timeout_ms, [&](int left_ms, SocketError* error) {
+           return backend::WaitForOne(socket, readiness, SignalOf(waker), left_ms, error);
+         }) > 0;
 }
 
 }  // namespace platform

@@ -1,5 +1,6 @@
 #include "sockif/base_sock_if.h"
 
+#include <tuple>
 #include <utility>
 
 #include "00shcode/ftmtsockimpl/engine.h"
@@ -9,6 +10,7 @@
 namespace {
 
 constexpr std::int32_t kHeartbeatPriority = 3;
+constexpr std::int64_t kCountedAtOnce = 65536;  // bytes
 
 std::string TextOf(const char* text) {
   return text == nullptr ? std::string() : text;
@@ -16,15 +18,14 @@ std::string TextOf(const char* text) {
 
 }  // namespace
 
-CFTBaseSockIf::CFTBaseSockIf(std::int32_t event_mode, std::int32_t heartbeat_by_message)
+CFTBaseSockIf::CFTBaseSockIf(FTEventMode event_mode, FTHeartbeatMode heartbeat_mode,
+                             FTSpaceReports space_reports)
     : m_engine((FTSockStartup(),
-                std::make_unique<CFTMtSockImpl>(this, event_mode, heartbeat_by_message))) {
+                std::make_unique<CFTMtSockImpl>(this, event_mode, heartbeat_mode, space_reports))) {
   SetThreadName("CFTBaseSockIf");
 }
 
-CFTBaseSockIf::~CFTBaseSockIf() {
-  ReleaseQueuedMsgs();
-}
+CFTBaseSockIf::~CFTBaseSockIf() = default;
 
 std::string CFTBaseSockIf::Connect(const char* remote_address, std::uint16_t remote_port,
                                    std::uint32_t user_value1, std::uint32_t user_value2,
@@ -41,7 +42,7 @@ std::string CFTBaseSockIf::Connect(const char* remote_address, std::uint16_t rem
   link->local_port = local_port;
   link->user_value1 = user_value1;
   link->user_value2 = user_value2;
-  m_engine->BeginConnectLater(std::move(link), delay_sec);
+  m_engine->Connect(std::move(link), delay_sec);
   return link_id;
 }
 
@@ -51,10 +52,10 @@ std::string CFTBaseSockIf::Listen(const char* local_address, std::uint16_t port,
   if (IsRunning() == 0) return {};
   const FTSocket socket = FTSockListen(local_address, port);
   if (socket == kNoSocket) return {};
-  auto listener = std::make_unique<FTLinkInfo>();
+  FTListenerPtr listener(new FTLinkInfo);
+  listener->socket = socket;
   const std::string link_id = VNewLinkId();
   listener->link_id = link_id;
-  listener->socket = socket;
   listener->kind = LINK_KIND_IN;
   listener->user_value1 = user_value1;
   listener->user_value2 = user_value2;
@@ -65,13 +66,13 @@ std::string CFTBaseSockIf::Listen(const char* local_address, std::uint16_t port,
 }
 
 std::int32_t CFTBaseSockIf::SendPkg(const std::string& link_id, CFTBuffer* pkg,
-                                    FTReleaseFunction release, std::int32_t force,
-                                    std::int32_t release_on_failure, std::int32_t priority) {
-  return m_engine->SendPkg(link_id, pkg, release, force, release_on_failure, priority);
+                                    FTReleaseFunction release, FTSendMode mode,
+                                    FTOnRefusal on_refusal, std::int32_t priority) {
+  return m_engine->SendPkg(link_id, pkg, release, mode, on_refusal, priority);
 }
 
-void CFTBaseSockIf::CloseLink(const std::string& link_id, std::int32_t after_sending) {
-  if (IsRunning() != 0) m_engine->CloseLink(link_id, after_sending);
+void CFTBaseSockIf::CloseLink(const std::string& link_id, FTCloseMode mode) {
+  if (IsRunning() != 0) m_engine->CloseLink(link_id, mode);
 }
 
 std::int32_t CFTBaseSockIf::IsLinkUp(const std::string& link_id) const {
@@ -83,7 +84,7 @@ std::string CFTBaseSockIf::VNewLinkId() {
   const unsigned char bytes[4] = {
       static_cast<unsigned char>(number), static_cast<unsigned char>(number >> 8),
       static_cast<unsigned char>(number >> 16), static_cast<unsigned char>(number >> 24)};
-  return BytesToHex(bytes, sizeof bytes, 0);
+  return ft::BytesToHex(bytes, sizeof bytes, 0);
 }
 
 std::int32_t CFTBaseSockIf::OnEnterThread() {
@@ -98,25 +99,38 @@ void CFTBaseSockIf::OnExitThread() {
   CFTSockIfContract::OnExitThread();
 }
 
-void CFTBaseSockIf::OnMsg(const FTMsg& msg, std::int32_t draining) {
+std::int32_t CFTBaseSockIf::RunOnce() {
+  CFTSockIfContract::RunOnce();
+  CountDelivered();
+  return 0;
+}
+
+void CFTBaseSockIf::OnMsg(FTMsg& msg, std::int32_t draining) {
   switch (msg.id) {
     case FTMSG_GET_HEARTBEAT:
-      return SendHeartbeat(*FromParam<FTLinkInfo>(msg.p1));
-    case FTMSG_LINK_CLOSED:
-      return OnLinkClosed(FromParam<FTLinkInfo>(msg.p1).get(), static_cast<std::int32_t>(msg.p2));
-    case FTMSG_RECV_PKG:
-      return HandlePkg(*FromParam<FTLinkInfo>(msg.p1), FromParam<CFTBuffer>(msg.p2));
+      return SendHeartbeat(*std::get<0>(FTGetHeartbeatMsg::Take(msg)));
+    case FTMSG_LINK_CLOSED: {
+      const auto [link, reason, record] = FTLinkClosedMsg::Take(msg);
+      return OnLinkClosed(link.get(), reason);
+    }
+    case FTMSG_RECV_PKG: {
+      auto [link, pkg] = FTRecvPkgMsg::Take(msg);
+      return HandlePkg(*link, std::move(pkg));
+    }
     case FTMSG_CONNECT_FAILED:
-      return OnConnectFailed(FromParam<FTLinkInfo>(msg.p1).get());
-    case FTMSG_LINK_UP:
-      return HandleLinkUp(*FromParam<FTLinkInfo>(msg.p1), *FromParam<FTLinkInfo>(msg.p2));
+      return OnConnectFailed(std::get<0>(FTConnectFailedMsg::Take(msg)).get());
+    case FTMSG_LINK_UP: {
+      const auto [link, listener] = FTLinkUpMsg::Take(msg);
+      return HandleLinkUp(*link, *listener);
+    }
     case FTMSG_SETUP_FAILED: {
-      const auto req = FromParam<FTLinkReq>(msg.p1);
+      const auto [req] = FTSetupFailedMsg::Take(msg);
       return OnSetupFailed(req.get(), &req->listener);
     }
-    case FTMSG_SEND_SPACE:
-      return OnSendSpace(FromParam<FTLinkInfo>(msg.p1).get(), static_cast<std::int32_t>(msg.p2),
-                         static_cast<std::int32_t>(msg.p3));
+    case FTMSG_SEND_SPACE: {
+      const auto [link, free_bytes, limit] = FTSendSpaceMsg::Take(msg);
+      return OnSendSpace(link, free_bytes, limit);
+    }
     default:
       return CFTSockIfContract::OnMsg(msg, draining);
   }
@@ -125,16 +139,25 @@ void CFTBaseSockIf::OnMsg(const FTMsg& msg, std::int32_t draining) {
 void CFTBaseSockIf::SendHeartbeat(const FTLinkInfo& link) {
   FTReleaseFunction release = nullptr;
   CFTBuffer* const pkg = VGetHeartbeatPkg(&link, &release);
-  if (pkg != nullptr) SendPkg(link.link_id, pkg, release, 1, 1, kHeartbeatPriority);
+  if (pkg == nullptr) return;
+  SendPkg(link.link_id, pkg, release, FTSendMode::kForced, FTOnRefusal::kRelease,
+          kHeartbeatPriority);
 }
 
 void CFTBaseSockIf::HandlePkg(const FTLinkInfo& link, FTBufferPtr pkg) {
+  AssertOwnThread();
   const std::int32_t length = pkg == nullptr ? 0 : pkg->GetDataLen();
   std::int32_t keep = 0;
   OnRecvPkg(&link, pkg.get(), &keep);
   if (keep != 0) pkg.release();
-  pkg.reset();
-  m_engine->State().undelivered_recv_bytes.Add(-length);
+  m_delivered += length;
+  if (m_delivered >= kCountedAtOnce) CountDelivered();
+}
+
+// Once for many packages: the links' threads change the same count.
+void CFTBaseSockIf::CountDelivered() {
+  if (m_delivered == 0) return;
+  m_engine->State().undelivered_recv_bytes -= std::exchange(m_delivered, 0);
 }
 
 void CFTBaseSockIf::HandleLinkUp(const FTLinkInfo& link, const FTLinkInfo& listener) {
@@ -145,35 +168,11 @@ void CFTBaseSockIf::HandleLinkUp(const FTLinkInfo& link, const FTLinkInfo& liste
   }
 }
 
-// All threads that post to this object have been joined with the engine.
-void CFTBaseSockIf::ReleaseQueuedMsgs() {
-  for (const FTMsg& msg : TakeQueuedMsgs()) {
-    switch (msg.id) {
-      case FTMSG_RECV_PKG:
-        FromParam<CFTBuffer>(msg.p2);
-        FromParam<FTLinkInfo>(msg.p1);
-        break;
-      case FTMSG_LINK_UP:
-        FromParam<FTLinkInfo>(msg.p2);
-        FromParam<FTLinkInfo>(msg.p1);
-        break;
-      case FTMSG_GET_HEARTBEAT:
-      case FTMSG_LINK_CLOSED:
-      case FTMSG_CONNECT_FAILED:
-      case FTMSG_SEND_SPACE:
-        FromParam<FTLinkInfo>(msg.p1);
-        break;
-      default:
-        break;
-    }
-  }
-}
-
 CFTBuffer* CFTBaseSockIf::VGetHeartbeatPkg(const FTLinkInfo*, FTReleaseFunction*) {
   return nullptr;
 }
 
-void CFTBaseSockIf::OnLinkClosed(const FTLinkInfo*, std::int32_t) {}
+void CFTBaseSockIf::OnLinkClosed(const FTLinkInfo*, FTCloseReason) {}
 
 void CFTBaseSockIf::OnRecvPkg(const FTLinkInfo*, CFTBuffer*, std::int32_t*) {}
 

@@ -5,7 +5,8 @@
 #include <string>
 
 #include "00shcode/ftmtsockimpl/link_info.h"
-#include "sockif/sock_if_contract.h"
+#include "00shcode/ftmtsockimpl/link_orders.h"
+#include "00shcode/ftmtsockimpl/sock_if_contract.h"
 
 class CFTMtSockImpl;
 
@@ -14,13 +15,13 @@ class CFTMtSockImpl;
 // VGetOnePkgLen and overrides the callbacks it cares about.
 //
 // The owner starts it (StartThread), stops it (PostQuit or StopThread), joins it (WaitThreadExit)
-// and destroys it; the join takes up to a few seconds, since the engine's threads notice a stop
-// only when their waits run out. For each link the derived class sees: the id from Connect; then
-// either OnConnectFailed or OnConnected; then packages; then OnLinkClosed once.
+// and destroys it. For each link the derived class sees: the id from Connect; then either
+// OnConnectFailed or OnConnected; then packages and room reports; then OnLinkClosed once.
 class CFTBaseSockIf : public CFTSockIfContract {
  public:
-  // The two modes are explained at CFTSockIfContract.
-  CFTBaseSockIf(std::int32_t event_mode, std::int32_t heartbeat_by_message);
+  CFTBaseSockIf(FTEventMode event_mode, FTHeartbeatMode heartbeat_mode,
+                FTSpaceReports space_reports = FTSpaceReports::kWanted);
+  // Precondition: joined.
   ~CFTBaseSockIf() override;
 
   // The following may be called from any thread; none blocks on the network.
@@ -40,31 +41,31 @@ class CFTBaseSockIf : public CFTSockIfContract {
   std::string Listen(const char* local_address, std::uint16_t port, std::uint32_t user_value1 = 0,
                      std::uint32_t user_value2 = 0, std::uint16_t* bound_port = nullptr);
 
-  // Queues a package for a link. 0: queued, the engine calls release (may be null: the caller keeps
-  // the package and must keep it intact) when it is sent or dropped; 1: refused for now, too much
-  // is queued (force skips the limits); -1: no package, an empty one, or the link is not up; -10:
-  // the thread is not running. After a refusal the package is the caller's, unless
-  // release_on_failure had it released. Priority 1 goes first, 5 last.
+  // Queues a package for a link. kSendQueued (0): the engine calls release (may be null: the caller
+  // keeps the package and must keep it intact) when it is sent or dropped. kSendTooMuch (1),
+  // kSendNoLink (-1) or kSendNotRunning (-10): refused; the package is the caller's, unless
+  // on_refusal had it released. Priority 1 goes first, 5 last.
   std::int32_t SendPkg(const std::string& link_id, CFTBuffer* pkg, FTReleaseFunction release,
-                       std::int32_t force, std::int32_t release_on_failure, std::int32_t priority);
+                       FTSendMode mode, FTOnRefusal on_refusal, std::int32_t priority);
 
-  // Closes a link, a pending or scheduled connect, or a listening socket; after_sending lets what
-  // is queued go out first. Nothing happens for other ids or when the thread is not running.
-  void CloseLink(const std::string& link_id, std::int32_t after_sending);
+  // Closes a link, a pending or scheduled connect, or a listening socket. Nothing happens for other
+  // ids or when the thread is not running.
+  void CloseLink(const std::string& link_id, FTCloseMode mode);
 
   std::int32_t IsLinkUp(const std::string& link_id) const;
 
-  static std::string GetLinkName(const FTLinkInfo& link) { return ::GetLinkName(link); }
+  static std::string GetLinkName(const FTLinkInfo& link) { return ft::GetLinkName(link); }
 
   std::string VNewLinkId() override;
 
  protected:
   std::int32_t OnEnterThread() override;
   void OnExitThread() override;
-  void OnMsg(const FTMsg& msg, std::int32_t draining) override;
+  std::int32_t RunOnce() override;
+  void OnMsg(FTMsg& msg, std::int32_t draining) override;
 
   CFTBuffer* VGetHeartbeatPkg(const FTLinkInfo* link, FTReleaseFunction* release) override;
-  void OnLinkClosed(const FTLinkInfo* link, std::int32_t reason) override;
+  void OnLinkClosed(const FTLinkInfo* link, FTCloseReason reason) override;
   void OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::int32_t* keep) override;
   void OnConnectFailed(const FTLinkInfo* link) override;
   void OnConnected(const FTLinkInfo* link) override;
@@ -77,8 +78,14 @@ class CFTBaseSockIf : public CFTSockIfContract {
   void SendHeartbeat(const FTLinkInfo& link);
   void HandlePkg(const FTLinkInfo& link, FTBufferPtr pkg);
   void HandleLinkUp(const FTLinkInfo& link, const FTLinkInfo& listener);
-  void ReleaseQueuedMsgs();
+  void CountDelivered();
 
+  // Constant.
   const std::unique_ptr<CFTMtSockImpl> m_engine;
+
+  // With a lock of its own.
   CFTLockedValue<std::uint32_t> m_link_counter;
+
+  // This thread's alone: bytes handled and not yet taken off the engine's count.
+  std::int64_t m_delivered = 0;
 };

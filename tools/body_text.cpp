@@ -49,7 +49,7 @@ bool IsPrintableText(const std::string& body) {
 
 std::string ShowBody(const std::string& body, BodyStyle style) {
   if (style == BodyStyle::kTextIfPrintable && IsPrintableText(body)) return body;
-  return "hex " + BytesToHex(body.data(), static_cast<std::int32_t>(body.size()), 1);
+  return "hex " + ft::BytesToHex(body.data(), static_cast<std::int32_t>(body.size()), 1);
 }
 
 std::string ShowBodyShort(const char* body, std::size_t length) {

@@ -9,12 +9,12 @@
 namespace {
 
 std::string TimeOfDay() {
-  const FTTime now = GetNowTime();
+  const FTTime now = ft::GetNowTime();
   int hour = 0;
   int minute = 0;
   int second = 0;
-  SplitLocalTime(now.seconds, nullptr, nullptr, nullptr, &hour, &minute, &second, nullptr);
-  return FormatString("%02d:%02d:%02d.%03d", hour, minute, second, int{now.milliseconds});
+  ft::SplitLocalTime(now.seconds, nullptr, nullptr, nullptr, &hour, &minute, &second, nullptr);
+  return ft::FormatString("%02d:%02d:%02d.%03d", hour, minute, second, int{now.milliseconds});
 }
 
 }  // namespace

@@ -47,7 +47,7 @@ ServerSettings BalanceServer() {
 }  // namespace
 
 bool Demo::Run() {
-  const FTTime start = GetTickTime();
+  const FTTime start = ft::GetTickTime();
   try {
     RunSteps();
   } catch (const std::exception& error) {
@@ -56,7 +56,7 @@ bool Demo::Run() {
     return false;
   }
   PrintLine("All " + std::to_string(m_step) + " steps happened, in " +
-            std::to_string(DiffMs(GetTickTime(), start)) + " ms.");
+            std::to_string(ft::DiffMs(ft::GetTickTime(), start)) + " ms.");
   return true;
 }
 
@@ -76,10 +76,10 @@ void Demo::RunSteps() {
 void Demo::Step(const std::string& title, const std::function<void()>& act) {
   ++m_step;
   m_title = title;
-  m_step_start = GetTickTime();
+  m_step_start = ft::GetTickTime();
   PrintLine((m_step < 10 ? " " : "") + std::to_string(m_step) + ". " + title);
   act();
-  Tell("done after " + std::to_string(DiffMs(GetTickTime(), m_step_start)) + " ms");
+  Tell("done after " + std::to_string(ft::DiffMs(ft::GetTickTime(), m_step_start)) + " ms");
 }
 
 void Demo::StartServers() {
@@ -144,9 +144,9 @@ void Demo::AskForBalance() {
 
 Notification Demo::Await(const std::string& what,
                          const std::function<bool(const Notification&)>& wanted) {
-  const FTTime start = GetTickTime();
+  const FTTime start = ft::GetTickTime();
   for (;;) {
-    const std::int32_t left_ms = kStepLimitMs - DiffMs(GetTickTime(), start);
+    const std::int32_t left_ms = kStepLimitMs - ft::DiffMs(ft::GetTickTime(), start);
     auto got = left_ms > 0 ? m_window.Wait(left_ms) : std::nullopt;
     if (!got) {
       throw std::runtime_error(what + " did not come within " +
@@ -159,5 +159,5 @@ Notification Demo::Await(const std::string& what,
 void Demo::AwaitLinkEvent(std::intptr_t link_event) {
   const std::string name = ShowLinkEvent(link_event);
   Await(name, [&](const Notification& got) { return got.link_event == link_event; });
-  Tell(name + " after " + std::to_string(DiffMs(GetTickTime(), m_step_start)) + " ms");
+  Tell(name + " after " + std::to_string(ft::DiffMs(ft::GetTickTime(), m_step_start)) + " ms");
 }

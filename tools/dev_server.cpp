@@ -18,19 +18,19 @@ constexpr std::int32_t kSendPriority = 3;
 constexpr std::uint32_t kWithoutLimit = 0xFFFFFFFF;
 constexpr char kBalanceMark = 0x01;
 
-std::string ShowCloseReason(std::int32_t reason) {
+std::string ShowCloseReason(FTCloseReason reason) {
   switch (reason) {
-    case kCloseRecvTimeout:
+    case FTCloseReason::kRecvTimeout:
       return "receive time-out";
-    case kCloseRecvFailed:
+    case FTCloseReason::kRecvFailed:
       return "ended by the peer";
-    case kCloseSendFailed:
+    case FTCloseReason::kSendFailed:
       return "send failed";
-    case kCloseBadPkg:
+    case FTCloseReason::kBadPkg:
       return "bad package";
-    case kCloseOnRequest:
+    case FTCloseReason::kOnRequest:
       return "closed on request";
-    case kCloseNotStarted:
+    case FTCloseReason::kNotStarted:
       return "not started";
     default:
       return "no reason recorded";
@@ -39,14 +39,14 @@ std::string ShowCloseReason(std::int32_t reason) {
 
 FTBufferPtr MakePkg(const std::string& body) {
   auto pkg = std::make_unique<CFTBuffer>();
-  EncodePkg(pkg.get(), body.data(), static_cast<std::int32_t>(body.size()));
+  ft::EncodePkg(pkg.get(), body.data(), static_cast<std::int32_t>(body.size()));
   return pkg;
 }
 
 }  // namespace
 
 DevServer::DevServer(const ServerSettings& settings, Report report)
-    : CFTBaseSockIf(settings.event_mode, 0),
+    : CFTBaseSockIf(settings.event_mode, FTHeartbeatMode::kOnSendThread),
       m_settings(settings),
       m_report(std::move(report)),
       m_push_interval_ms(std::clamp(1000 / std::max(settings.push.rate, 1), kShortestPushIntervalMs,
@@ -89,7 +89,7 @@ std::int32_t DevServer::OnEnterThread() {
   return 0;
 }
 
-void DevServer::OnMsg(const FTMsg& msg, std::int32_t draining) {
+void DevServer::OnMsg(FTMsg& msg, std::int32_t draining) {
   if (msg.id == FTMSG_TIMER && msg.param1 == TIMER_PUSH) {
     PushWhatIsDue();
     SetTimerAgain(msg);
@@ -99,13 +99,13 @@ void DevServer::OnMsg(const FTMsg& msg, std::int32_t draining) {
 }
 
 std::int32_t DevServer::VGetOnePkgLen(const void* data, std::int32_t count, const FTLinkInfo*) {
-  return GetPkgLen(data, count);
+  return ft::GetPkgLen(data, count);
 }
 
 CFTBuffer* DevServer::VGetHeartbeatPkg(const FTLinkInfo*, FTReleaseFunction* release) {
   if (!m_settings.heartbeats) return nullptr;
   *release = &ReleaseFTBuffer;
-  return MakeHeartbeatPkg().release();
+  return ft::MakeHeartbeatPkg().release();
 }
 
 void DevServer::OnAccepted(const FTLinkInfo* link, const FTLinkInfo*) {
@@ -113,10 +113,10 @@ void DevServer::OnAccepted(const FTLinkInfo* link, const FTLinkInfo*) {
   const CFTScopedLock guard(&m_lock);
   // In event mode 0 OnLinkClosed may have run already; for a link that is up it will run later.
   if (IsLinkUp(link->link_id) == 0) return;
-  m_links.emplace(link->link_id, PushSchedule(m_settings.push, GetTickTime()));
+  m_links.emplace(link->link_id, PushSchedule(m_settings.push, ft::GetTickTime()));
 }
 
-void DevServer::OnLinkClosed(const FTLinkInfo* link, std::int32_t reason) {
+void DevServer::OnLinkClosed(const FTLinkInfo* link, FTCloseReason reason) {
   std::string what = "closed: " + ShowCloseReason(reason);
   {
     const CFTScopedLock guard(&m_lock);
@@ -138,12 +138,12 @@ void DevServer::OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::int32_t* 
   PkgHead head;
   char* body = nullptr;
   std::int32_t body_len = 0;
-  if (DecodePkg(pkg, &head, &body, &body_len) != 0) {
+  if (ft::DecodePkg(pkg, &head, &body, &body_len) != 0) {
     ReportLink(*link, "package with a wrong checksum, dropped");
     return;
   }
   const std::unique_ptr<char[]> owned(body);
-  if (IsHeartbeatBody(body, body_len)) {
+  if (ft::IsHeartbeatBody(body, body_len)) {
     ReportLink(*link, "heartbeat");
     return;
   }
@@ -173,19 +173,20 @@ void DevServer::AnswerBalance(const FTLinkInfo& link) {
 }
 
 void DevServer::PushWhatIsDue() {
-  const FTTime now = GetTickTime();
+  const FTTime now = ft::GetTickTime();
   const CFTScopedLock guard(&m_lock);
   for (auto& [link_id, schedule] : m_links) {
     if (schedule.IsComplete()) continue;  // and being closed
     schedule.Advance(now);
     while (schedule.IsDue() && Send(link_id, MakePkg(schedule.MakeBody()))) schedule.CountPushed();
-    if (schedule.IsComplete()) CloseLink(link_id, 1);
+    if (schedule.IsComplete()) CloseLink(link_id, FTCloseMode::kAfterSending);
   }
 }
 
 // False when the link is gone or too much is queued on it.
 bool DevServer::Send(const std::string& link_id, FTBufferPtr pkg) {
-  return SendPkg(link_id, pkg.release(), &ReleaseFTBuffer, 0, 1, kSendPriority) == 0;
+  return SendPkg(link_id, pkg.release(), &ReleaseFTBuffer, FTSendMode::kWithinLimits,
+                 FTOnRefusal::kRelease, kSendPriority) == kSendQueued;
 }
 
 void DevServer::ReportLink(const FTLinkInfo& link, const std::string& what) {

@@ -14,7 +14,7 @@
 struct ServerSettings {
   std::string host = "127.0.0.1";  // dotted
   std::uint16_t port = 0;          // 0: the system chooses
-  std::int32_t event_mode = 1;     // as explained at CFTSockIfContract
+  FTEventMode event_mode = FTEventMode::kByMessage;
   bool heartbeats = true;
   bool echo = false;             // answers each data package with the same body
   bool answers_balance = false;  // answers the two-byte balance question
@@ -47,12 +47,12 @@ class DevServer final : public CFTBaseSockIf {
 
  protected:
   std::int32_t OnEnterThread() override;
-  void OnMsg(const FTMsg& msg, std::int32_t draining) override;
+  void OnMsg(FTMsg& msg, std::int32_t draining) override;
   std::int32_t VGetOnePkgLen(const void* data, std::int32_t count, const FTLinkInfo* link) override;
   CFTBuffer* VGetHeartbeatPkg(const FTLinkInfo* link, FTReleaseFunction* release) override;
   void OnAccepted(const FTLinkInfo* link, const FTLinkInfo* listener) override;
   void OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::int32_t* keep) override;
-  void OnLinkClosed(const FTLinkInfo* link, std::int32_t reason) override;
+  void OnLinkClosed(const FTLinkInfo* link, FTCloseReason reason) override;
 
  private:
   bool IsBalanceQuestion(const char* body, std::int32_t body_len) const;

@@ -14,13 +14,13 @@ constexpr int kLookAroundMs = 50;  // how long a line or an interrupt may wait f
 constexpr std::size_t kMostServers = 5;
 
 bool HasPassed(const FTTime& since, std::int32_t seconds) {
-  return DiffMs(GetTickTime(), since) >= seconds * 1000;
+  return ft::DiffMs(ft::GetTickTime(), since) >= seconds * 1000;
 }
 
 }  // namespace
 
 LinkSession::LinkSession(const LinkOptions& options)
-    : m_options(options), m_down_since(GetTickTime()), m_last_progress(m_down_since) {}
+    : m_options(options), m_down_since(ft::GetTickTime()), m_last_progress(m_down_since) {}
 
 int LinkSession::Run() {
   if (m_lines.StartThread(0) != 0) throw std::runtime_error("the system makes no thread");
@@ -55,7 +55,7 @@ void LinkSession::Handle(const Notification& notification) {
   PrintStamped(ShowLinkEvent(notification.link_event));
   m_up = notification.link_event == LINK_EVENT_UP;
   m_was_up = m_was_up || m_up;
-  if (notification.link_event == LINK_EVENT_CLOSED) m_down_since = GetTickTime();
+  if (notification.link_event == LINK_EVENT_CLOSED) m_down_since = ft::GetTickTime();
 }
 
 void LinkSession::SendLines() {
@@ -69,11 +69,11 @@ void LinkSession::SendLines() {
     if (m_client.AskData(line.data(), static_cast<unsigned int>(line.size())) != 0) break;
     m_lines.DropFirst();
     ++m_requests;
-    m_last_progress = GetTickTime();
+    m_last_progress = ft::GetTickTime();
   }
   if (m_input_ended || !m_lines.HasEnded()) return;
   m_input_ended = true;
-  m_last_progress = GetTickTime();
+  m_last_progress = ft::GetTickTime();
 }
 
 std::optional<int> LinkSession::FindEnd() {

@@ -4,7 +4,7 @@ PushSchedule::PushSchedule(const PushPlan& plan, const FTTime& start)
     : m_plan(plan), m_last(start) {}
 
 void PushSchedule::Advance(const FTTime& now) {
-  m_due_thousandths += std::int64_t{DiffMs(now, m_last)} * m_plan.rate;
+  m_due_thousandths += std::int64_t{ft::DiffMs(now, m_last)} * m_plan.rate;
   m_last = now;
 }
 

@@ -18,7 +18,7 @@ namespace {
 
 // The client closes a link on which a package of this length or more arrives.
 constexpr std::int32_t kTooLongPkg = 0x500000;
-constexpr std::int32_t kLargestPushedBody = kTooLongPkg - kPkgHeadLen - 1;
+constexpr std::int32_t kLargestPushedBody = kTooLongPkg - ft::kPkgHeadLen - 1;
 constexpr std::int32_t kHighestRate = 1000000;
 constexpr std::uint32_t kLookAroundMs = 50;
 
@@ -53,7 +53,7 @@ int Serve(const ServeOptions& options) {
     return kExitFailed;
   }
   PrintLine("listening on " + server.GetAddress());
-  while (!IsInterrupted() && !server.IsDone()) Sleep(kLookAroundMs);
+  while (!IsInterrupted() && !server.IsDone()) ft::Sleep(kLookAroundMs);
   server.Stop();
   PrintStamped("stopped");
   return kExitDone;
@@ -99,10 +99,11 @@ void AddServeCommand(CLI::App* program, int* status) {
   command->add_option("--answer", server.balance_answer,
                       "Balance: text of the answer (default: the server's own address)");
   command
-      ->add_option("--event-mode", server.event_mode,
-                   "1: callbacks on the protocol thread, 0: on the links' threads")
+      ->add_option_function<int>(
+          "--event-mode", [&server](int mode) { server.event_mode = FTEventMode{mode}; },
+          "1: callbacks on the protocol thread, 0: on the links' threads")
       ->check(CLI::Range(0, 1))
-      ->capture_default_str();
+      ->default_str("1");
   command->footer(std::string(kDetails) + kExitStatusHelp);
   command->callback([command, options, status] {
     for (const char* option : {"--rate", "--size", "--count"}) {

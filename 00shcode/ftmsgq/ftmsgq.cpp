@@ -1,6 +1,6 @@
 #include "00shcode/ftmsgq/ftmsgq.h"
 
-#include <cassert>
+#include <utility>
 
 #include "00shcode/ftmsgq/queue_log.h"
 
@@ -11,21 +11,49 @@ constexpr std::int32_t kQuota = 10000;
 constexpr std::size_t kIdleBatchCapacity = 1024;
 constexpr std::int32_t kSweepIntervalMs = 60000;
 
+FTMsg MakeMsg(std::uint32_t id, std::uintptr_t p1, std::uintptr_t p2, std::uintptr_t p3,
+              std::uintptr_t p4) {
+  FTMsg msg(id);
+  msg.p1 = p1;
+  msg.p2 = p2;
+  msg.p3 = p3;
+  msg.p4 = p4;
+  return msg;
+}
+
 }  // namespace
 
 CFTMsgQ::CFTMsgQ()
-    : m_idle_wait_ms(kDefaultIdleWaitMs), m_timers(GetTickTime()), m_last_sweep(GetTickTime()) {}
+    : m_idle_wait_ms(kDefaultIdleWaitMs),
+      m_timers(ft::GetTickTime()),
+      m_last_sweep(ft::GetTickTime()) {}
 
-CFTMsgQ::~CFTMsgQ() {
-  CMyThread::StopThread();
+CFTMsgQ::~CFTMsgQ() = default;
+
+void CFTMsgQ::Post(const std::string& key, std::int32_t weight, FTMsg msg) {
+  bool asleep = false;
+  {
+    const CFTScopedLock guard(&m_queue_lock);
+    m_sub_queues.Append(key, weight, std::move(msg));
+    std::swap(asleep, m_asleep);
+  }
+  WakeIf(asleep);
+}
+
+void CFTMsgQ::PostAll(const std::string& key, std::int32_t weight, std::vector<FTMsg>* msgs) {
+  if (msgs->empty()) return;
+  bool asleep = false;
+  {
+    const CFTScopedLock guard(&m_queue_lock);
+    m_sub_queues.AppendAll(key, weight, msgs);
+    std::swap(asleep, m_asleep);
+  }
+  WakeIf(asleep);
 }
 
 void CFTMsgQ::PostMsg(std::uint32_t id, const std::string& key, std::int32_t weight,
                       std::uintptr_t p1, std::uintptr_t p2, std::uintptr_t p3, std::uintptr_t p4) {
-  const FTMsg msg{id, 0, 0, p1, p2, p3, p4};
-  const CFTScopedLock guard(&m_queue_lock);
-  m_sub_queues.Append(key, weight, msg);
-  m_wake.Set();
+  Post(key, weight, MakeMsg(id, p1, p2, p3, p4));
 }
 
 void CFTMsgQ::PostQuit() {
@@ -34,9 +62,12 @@ void CFTMsgQ::PostQuit() {
 
 void CFTMsgQ::SetTimer(std::uint32_t timer_id, std::int32_t delay_ms, std::uintptr_t p1,
                        std::uintptr_t p2, std::uintptr_t p3, std::uintptr_t p4) {
-  const FTTime now = GetTickTime();
+  FTMsg timer = MakeMsg(FTMSG_TIMER, p1, p2, p3, p4);
+  timer.param1 = timer_id;
+  timer.param2 = delay_ms;
+  const FTTime now = ft::GetTickTime();
   const CFTScopedLock guard(&m_timer_lock);
-  m_timers.Add({FTMSG_TIMER, timer_id, delay_ms, p1, p2, p3, p4}, now);
+  m_timers.Add(std::move(timer), now);
 }
 
 void CFTMsgQ::SetTimerAgain(const FTMsg& timer_msg) {
@@ -44,19 +75,40 @@ void CFTMsgQ::SetTimerAgain(const FTMsg& timer_msg) {
            timer_msg.p4);
 }
 
-void CFTMsgQ::SetIdleWaitMs(std::int32_t milliseconds) {
-  m_idle_wait_ms.Set(milliseconds);
+void CFTMsgQ::StopThread() {
+  CMyThread::StopThread();
+  WakeUp();
+}
+
+void CFTMsgQ::WakeUp() {
+  m_wake.Set();
+}
+
+void CFTMsgQ::WakeIf(bool asleep) {
+  if (asleep) WakeUp();
+}
+
+bool CFTMsgQ::BeginSleep() {
+  const CFTScopedLock guard(&m_queue_lock);
+  // A stop that comes later finds the thread asleep, or its wake-up pending.
+  m_asleep = IsRunning() != 0 && m_sub_queues.GetPendingCount() == 0;
+  return m_asleep;
+}
+
+void CFTMsgQ::EndSleep() {
+  const CFTScopedLock guard(&m_queue_lock);
+  m_asleep = false;
 }
 
 std::int32_t CFTMsgQ::RunOnce() {
-  assert(IsOwnThread());
-  m_idle = ProcessMsgs(0, m_idle ? m_idle_wait_ms.Get() : 0);
+  AssertOwnThread();
+  m_idle = ProcessMsgs(0, m_idle ? m_idle_wait_ms.load() : 0);
   if (m_idle) OnIdle();
   OnLoop();
   return 0;
 }
 
-void CFTMsgQ::OnMsg(const FTMsg& msg, std::int32_t draining) {
+void CFTMsgQ::OnMsg(FTMsg& msg, std::int32_t draining) {
   OnMsgFields(msg.id, msg.param1, draining, msg.p1, msg.p2, msg.p3, msg.p4);
 }
 
@@ -74,42 +126,46 @@ std::int32_t CFTMsgQ::OnMsgFields(std::uint32_t id, std::uint32_t param1, std::i
   return 0;
 }
 
-std::vector<FTMsg> CFTMsgQ::TakeQueuedMsgs() {
-  std::vector<FTMsg> queued;
-  const CFTScopedLock guard(&m_queue_lock);
-  m_sub_queues.TakeAll(&queued);
-  return queued;
-}
-
-// True when nothing was handled.
+// True when nothing was handled. A handler may run a cycle of its own: that one goes on with the
+// batch under way, which keeps the order, and may collect further batches; so nothing but the index
+// is kept across a handler.
 bool CFTMsgQ::ProcessMsgs(std::int32_t draining, std::int32_t wait_ms) {
   if (IsRunning() == 0) return false;
-  m_batch.clear();
-  CollectMsgs(wait_ms);
-  for (const FTMsg& msg : m_batch) {
+  if (m_next == m_batch.size()) CollectMsgs(wait_ms);
+  const bool idle = m_batch.empty();
+  while (m_next < m_batch.size()) {
+    FTMsg msg = std::move(m_batch[m_next++]);
     if (msg.id == FTMSG_QUIT) {
       CMyThread::StopThread();
     } else {
       OnMsg(msg, draining);
     }
   }
-  if (!m_batch.empty()) return false;
-  if (m_batch.capacity() > kIdleBatchCapacity) m_batch = {};
-  return true;
+  return idle;
 }
 
 void CFTMsgQ::CollectMsgs(std::int32_t wait_ms) {
-  const FTTime now = GetTickTime();
+  m_batch.clear();
+  m_next = 0;
+  const FTTime now = ft::GetTickTime();
   CollectTimers(now);
   const CFTScopedLock guard(&m_queue_lock);
   if (m_batch.empty() && m_sub_queues.GetPendingCount() == 0 && wait_ms != 0) {
-    m_wake.WaitUnlocked(&m_queue_lock, static_cast<std::uint32_t>(wait_ms));
+    SleepUntilPosted(wait_ms);
   }
   if (m_sub_queues.GetPendingCount() > 0) m_sub_queues.Collect(kQuota, &m_batch);
-  if (DiffMs(now, m_last_sweep) >= kSweepIntervalMs) {
+  if (ft::DiffMs(now, m_last_sweep) >= kSweepIntervalMs) {
     m_last_sweep = now;
     m_sub_queues.Sweep();
   }
+}
+
+void CFTMsgQ::SleepUntilPosted(std::int32_t wait_ms) {
+  if (m_batch.capacity() > kIdleBatchCapacity) std::vector<FTMsg>().swap(m_batch);
+  m_sub_queues.Shrink();
+  m_asleep = true;
+  m_wake.WaitUnlocked(&m_queue_lock, static_cast<std::uint32_t>(wait_ms));
+  m_asleep = false;
 }
 
 void CFTMsgQ::CollectTimers(const FTTime& now) {

@@ -1,7 +1,8 @@
 #pragma once
 
+#include <atomic>
+#include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -9,41 +10,53 @@
 #include "00shcode/ftmsgq/sub_queues.h"
 #include "00shcode/ftmsgq/timer_list.h"
 #include "00shcode/mytoolkit/event.h"
-#include "00shcode/mytoolkit/locked_value.h"
 #include "00shcode/mytoolkit/thread.h"
 
 // A thread that handles messages. Any thread posts; the object's own thread collects posted
 // messages and due timers in cycles and hands each to OnMsg. Within one sub-queue messages are
 // handled in the order of posting; in a cycle timers come first, then the sub-queues in the order
-// of their keys. What is still queued when the thread ends is not handled: a derived class that
-// is sent pointers takes them back with TakeQueuedMsgs before it goes.
+// of their keys. What is still queued when the thread ends is not handled; the messages are
+// destroyed with the object, and with them what they own.
 class CFTMsgQ : public CMyThread {
  public:
   CFTMsgQ();
   ~CFTMsgQ() override;
 
-  // Any thread, never blocks. Weights are clamped to 1 to 10; the last one posted under a key
-  // decides the sub-queue's share. What the parameters point to belongs to this object from now on.
+  // The following may be called from any thread and never block.
+
+  // Queues a message. Weights are clamped to 1 to 10; the last one posted under a key decides the
+  // sub-queue's share.
+  void Post(const std::string& key, std::int32_t weight, FTMsg msg);
+
+  // Queues all of them in their order, as if one after the other, and empties the list.
+  void PostAll(const std::string& key, std::int32_t weight, std::vector<FTMsg>* msgs);
+
+  // Queues a message whose parameters are mere numbers.
   void PostMsg(std::uint32_t id, const std::string& key, std::int32_t weight, std::uintptr_t p1 = 0,
                std::uintptr_t p2 = 0, std::uintptr_t p3 = 0, std::uintptr_t p4 = 0);
 
   // Ends the thread once it has handled what was posted before under the empty key.
   void PostQuit();
 
-  // Any thread. One shot: after delay_ms milliseconds or more the thread gets an FTMSG_TIMER
-  // message; a handler that wants the timer again sets it again. The thread is not woken for it.
+  // One shot: after delay_ms milliseconds or more the thread gets an FTMSG_TIMER message; a handler
+  // that wants the timer again sets it again. The thread is not woken for it.
   void SetTimer(std::uint32_t timer_id, std::int32_t delay_ms, std::uintptr_t p1 = 0,
                 std::uintptr_t p2 = 0, std::uintptr_t p3 = 0, std::uintptr_t p4 = 0);
 
-  // Any thread. How long a cycle waits for work after one that found none; 50 ms at first.
-  void SetIdleWaitMs(std::int32_t milliseconds);
+  // How long a cycle waits for work after one that found none; 50 ms at first.
+  void SetIdleWaitMs(std::int32_t milliseconds) { m_idle_wait_ms.store(milliseconds); }
+
+  // Wakes the thread too.
+  void StopThread() override;
 
  protected:
+  // One cycle. Within a handler it handles what is left of the cycle under way.
   std::int32_t RunOnce() override;
 
-  // Handles one message on the object's own thread. draining is 0 in every call: nothing is
-  // handled once the loop has ended. An override hands ids it does not know to this version.
-  virtual void OnMsg(const FTMsg& msg, std::int32_t draining);
+  // Handles one message on the object's own thread; what the handler does not take out of it is
+  // released afterwards. draining is 0 in every call: nothing is handled once the loop has ended.
+  // An override hands ids it does not know to this version.
+  virtual void OnMsg(FTMsg& msg, std::int32_t draining);
 
   virtual void OnIdle();  // after a cycle that handled nothing
   virtual void OnLoop();  // after every cycle
@@ -55,25 +68,34 @@ class CFTMsgQ : public CMyThread {
   // Arms a fired timer anew with the same values.
   void SetTimerAgain(const FTMsg& timer_msg);
 
-  // Removes and returns whatever is queued. For the end of a derived class, when its thread is
-  // joined and nobody posts any more.
-  std::vector<FTMsg> TakeQueuedMsgs();
+  // For a thread that sleeps elsewhere than in its queue. Between BeginSleep, unless that returns
+  // false because there is something to do, and EndSleep a post or a stop calls WakeUp.
+  bool BeginSleep();
+  void EndSleep();
+
+  // Any thread. Ends the sleep that the thread is in; one that is about to begin may be ended too.
+  virtual void WakeUp();
 
  private:
   bool ProcessMsgs(std::int32_t draining, std::int32_t wait_ms);
   void CollectMsgs(std::int32_t wait_ms);
   void CollectTimers(const FTTime& now);
+  void SleepUntilPosted(std::int32_t wait_ms) FT_REQUIRES(m_queue_lock);
+  void WakeIf(bool asleep);
 
-  CFTLockedValue<std::int32_t> m_idle_wait_ms;
+  std::atomic<std::int32_t> m_idle_wait_ms;
 
   CFTLock m_timer_lock;
   CFTTimerList m_timers FT_GUARDED_BY(m_timer_lock);
 
+  // This thread's alone: the cycle under way.
   bool m_idle = true;
   std::vector<FTMsg> m_batch;
+  std::size_t m_next = 0;  // in m_batch: the first message that nobody has handled
 
   CFTLock m_queue_lock;
-  CFTEvent m_wake;
   CFTSubQueues m_sub_queues FT_GUARDED_BY(m_queue_lock);
   FTTime m_last_sweep FT_GUARDED_BY(m_queue_lock);
+  bool m_asleep FT_GUARDED_BY(m_queue_lock) = false;  // until somebody has called WakeUp
+  CFTEvent m_wake;
 };

@@ -6,7 +6,7 @@
 namespace QueueLog {
 
 void MsgNotDealt(CMyThread* log, const char* what, std::uint32_t id) {
-  log->WriteLog("ftmsgq.cpp", 73, kLogNotice,
+  log->WriteLog("ftmsgq.cpp", 73, ft::kLogNotice,
                 "$$$$$$$$$$$$$$$$$$$$$ the msg[%s=%ld] has not been deal. "
                 "$$$$$$$$$$$$$$$$$$$$$\n",
                 what, static_cast<long>(static_cast<std::int32_t>(id)));

@@ -13,7 +13,7 @@ class CFTTimerList {
   explicit CFTTimerList(const FTTime& now) : m_last_scan(now) {}
 
   // timer is the message that the timer becomes: param1 the timer id, param2 the delay in ms.
-  void Add(const FTMsg& timer, const FTTime& now);
+  void Add(FTMsg timer, const FTTime& now);
 
   // Moves the due timers to the end of the batch; scans at most once in 10 ms.
   void TakeDue(const FTTime& now, std::vector<FTMsg>* batch);

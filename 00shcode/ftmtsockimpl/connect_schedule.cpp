@@ -2,11 +2,24 @@
 
 #include <utility>
 
-void CFTConnectSchedule::Add(std::unique_ptr<FTLinkInfo> link, std::int32_t delay_sec,
-                             const FTTime& now) {
+namespace {
+
+// In 64 bits: a delay may be longer than DiffMs can tell.
+bool IsOver(const FTTime& now, const FTTime& stamp, std::int32_t delay_sec) {
+  const std::int64_t elapsed_ms =
+      (now.seconds - stamp.seconds) * 1000 + (now.milliseconds - stamp.milliseconds);
+  return elapsed_ms >= std::int64_t{delay_sec} * 1000;
+}
+
+}  // namespace
+
+std::unique_ptr<FTLinkInfo> CFTConnectSchedule::Add(std::unique_ptr<FTLinkInfo> link,
+                                                    std::int32_t delay_sec, const FTTime& now) {
   const std::string link_id = link->link_id;
   const CFTScopedLock guard(&m_lock);
-  m_entries[link_id] = Entry{std::move(link), now, delay_sec};
+  if (m_entries.count(link_id) != 0) return link;
+  m_entries.emplace(link_id, Entry{std::move(link), now, delay_sec});
+  return nullptr;
 }
 
 std::unique_ptr<FTLinkInfo> CFTConnectSchedule::Take(const std::string& link_id) {
@@ -21,8 +34,7 @@ std::unique_ptr<FTLinkInfo> CFTConnectSchedule::Take(const std::string& link_id)
 std::unique_ptr<FTLinkInfo> CFTConnectSchedule::TakeDue(const FTTime& now) {
   const CFTScopedLock guard(&m_lock);
   for (auto entry = m_entries.begin(); entry != m_entries.end(); ++entry) {
-    const std::int64_t delay_ms = std::int64_t{entry->second.delay_sec} * 1000;
-    if (DiffMs(now, entry->second.stamp) < delay_ms) continue;
+    if (!IsOver(now, entry->second.stamp, entry->second.delay_sec)) continue;
     auto link = std::move(entry->second.link);
     m_entries.erase(entry);
     return link;

@@ -12,7 +12,9 @@
 // Connects that are to start later, by link id. Any thread.
 class CFTConnectSchedule {
  public:
-  void Add(std::unique_ptr<FTLinkInfo> link, std::int32_t delay_sec, const FTTime& now);
+  // Gives the record back when its id is scheduled already; null: taken.
+  std::unique_ptr<FTLinkInfo> Add(std::unique_ptr<FTLinkInfo> link, std::int32_t delay_sec,
+                                  const FTTime& now);
 
   // Null when the id is not scheduled.
   std::unique_ptr<FTLinkInfo> Take(const std::string& link_id);

@@ -9,13 +9,13 @@ constexpr const char* kSource = "ftmtsockimpl.cpp";
 
 void CreateThreadError(CMyThread* log, int line, std::int32_t threads,
                        const std::string& link_name) {
-  log->WriteLog(kSource, line, kLogError,
+  log->WriteLog(kSource, line, ft::kLogError,
                 "Create thread error: current threads[%d]. One Connection[%s] has closed now\n",
                 threads, link_name.c_str());
 }
 
 void LinkDown(CMyThread* log, int line, const std::string& remote, const char* why) {
-  log->WriteLog(kSource, line, kLogError, "Link down with[%s]: %s\n", remote.c_str(), why);
+  log->WriteLog(kSource, line, ft::kLogError, "Link down with[%s]: %s\n", remote.c_str(), why);
 }
 
 }  // namespace
@@ -31,11 +31,11 @@ void ClosedByRequest(CMyThread* log, const std::string& remote) {
 }
 
 void AcceptFailed(CMyThread* log) {
-  log->WriteLog(kSource, 1660, kLogError, "accept() error, socket fd maybe not enough.\n");
+  log->WriteLog(kSource, 1660, ft::kLogError, "accept() error, socket fd maybe not enough.\n");
 }
 
 void BeginConnectFailed(CMyThread* log) {
-  log->WriteLog(kSource, 1930, kLogError, "BeginConnect failed, socket fd maybe not enough.");
+  log->WriteLog(kSource, 1930, ft::kLogError, "BeginConnect failed, socket fd maybe not enough.");
 }
 
 void SendThreadNotStarted(CMyThread* log, std::int32_t threads, const std::string& link_name) {

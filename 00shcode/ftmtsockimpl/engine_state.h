@@ -1,17 +1,21 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
-#include "00shcode/mytoolkit/locked_value.h"
+#include "00shcode/ftmtsockimpl/sock_if_contract.h"
 
-// What all links of one engine share. The counters may pass 2^31: forced packages obey no limit.
+// What all links of one engine share.
 struct FTEngineState {
-  static constexpr std::int64_t kBacklogUnit = 1000000;
+  static constexpr std::int64_t kSendBacklogLimit = 800000000;  // bytes
+  static constexpr std::int64_t kRecvBacklogLimit = 800000000;
 
-  CFTLockedValue<std::int64_t> queued_send_bytes;        // accepted and not yet sent
-  CFTLockedValue<std::int64_t> undelivered_recv_bytes;   // received and not yet consumed
-  CFTLockedValue<std::int32_t> send_backlog_limit{800};  // in units of kBacklogUnit
-  CFTLockedValue<std::int32_t> recv_backlog_limit{800};
-  std::int32_t event_mode = 0;  // this and the next are set before the engine starts
-  std::int32_t heartbeat_by_message = 0;
+  const FTEventMode event_mode;
+  const FTHeartbeatMode heartbeat_mode;
+  const FTSpaceReports space_reports;
+
+  // Plain counts: nothing else depends on their order. They may pass the limits, since forced
+  // packages obey none and a read is counted when it is over.
+  std::atomic<std::int64_t> queued_send_bytes{0};       // accepted and not yet sent
+  std::atomic<std::int64_t> undelivered_recv_bytes{0};  // received and not yet consumed
 };

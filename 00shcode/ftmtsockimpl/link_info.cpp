@@ -2,14 +2,19 @@
 
 #include "00shcode/mytoolkit/text.h"
 
-std::string GetLinkName(const FTLinkInfo& link) {
+std::string ft::GetLinkName(const FTLinkInfo& link) {
   const char* const address = link.remote_address.c_str();
   if (link.kind == LINK_KIND_OUT)
-    return FormatString("%s:P%u", address, unsigned{link.remote_port});
-  return FormatString("%s:M%u", address, unsigned{link.local_port});
+    return ft::FormatString("%s:P%u", address, unsigned{link.remote_port});
+  return ft::FormatString("%s:M%u", address, unsigned{link.local_port});
 }
 
-void CloseSocketOf(FTLinkInfo* link) {
-  FTSockClose(link->socket);
-  link->socket = kNoSocket;
+void FTCloseAndDelete::operator()(FTLinkInfo* listener) const {
+  FTSockClose(listener->socket);
+  delete listener;
+}
+
+void FTCloseAndDelete::operator()(FTLinkReq* req) const {
+  FTSockClose(req->link.socket);
+  delete req;
 }

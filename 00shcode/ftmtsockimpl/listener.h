@@ -5,35 +5,33 @@
 #include <memory>
 #include <string>
 
-#include "00shcode/ftmsgq/ftmsgq.h"
 #include "00shcode/ftmtsockimpl/link_info.h"
-
-class CFTSockIfContract;
+#include "00shcode/ftmtsockimpl/link_orders.h"
+#include "00shcode/ftmtsockimpl/select_thread.h"
 
 // Accepts connections on all listening sockets and hands each to the engine as an incoming link.
-// First stage of every close request: what is no listening entry goes on to the connector. While it
-// has sockets to watch, a message to it waits for up to half a second.
-class CFTMtSockListen : public CFTMsgQ {
+// First stage of every close request: an id that names no listening socket goes on to the
+// connector.
+class CFTMtSockListen : public CFTSelectThread {
  public:
-  CFTMtSockListen(CFTSockIfContract* owner, CFTMsgQ* engine, CFTMsgQ* connector);
+  // All outlive this object.
+  CFTMtSockListen(CFTSockIfContract* protocol, CFTMsgQ* engine, CFTMsgQ* connector);
+  // Precondition: joined.
   ~CFTMtSockListen() override;
-
-  void VWriteLog(const char* path, int line, std::int32_t level_code, const char* format,
-                 va_list arguments) override;
 
  protected:
   void OnExitThread() override;
-  void OnMsg(const FTMsg& msg, std::int32_t draining) override;
+  void OnMsg(FTMsg& msg, std::int32_t draining) override;
   void OnLoop() override;
 
  private:
   void AcceptOn(const FTLinkInfo& entry);
   void Announce(const FTLinkInfo& entry, FTSocket socket, const FTSockAddr& peer);
-  void CloseOrPassOn(std::unique_ptr<std::string> link_id, std::int32_t after_sending);
-  void ReleaseQueuedMsgs();
+  void CloseOrPassOn(std::unique_ptr<std::string> link_id, FTCloseMode mode);
 
-  CFTSockIfContract* const m_owner;
   CFTMsgQ* const m_engine;
   CFTMsgQ* const m_connector;
-  std::list<std::unique_ptr<FTLinkInfo>> m_listening;
+
+  // This thread's alone.
+  std::list<FTListenerPtr> m_listening;
 };

@@ -2,10 +2,6 @@
 
 #include <algorithm>
 
-void ReleaseSendItem(const FTSendItem& item) {
-  if (item.release != nullptr) item.release(item.buffer);
-}
-
 void CFTSendQueue::Append(std::int32_t priority, const FTSendItem& item) {
   m_lists[std::clamp(priority, kFirstPriority, kLastPriority)].push_back(item);
   ++m_count;

@@ -6,17 +6,17 @@
 #include <map>
 
 #include "00shcode/mytoolkit/buffer.h"
-#include "00shcode/mytoolkit/clock.h"
 
-// One package on its way out.
+// One package on its way out. Owns the package if it has a release function.
 struct FTSendItem {
   CFTBuffer* buffer;  // its data are what remains to be sent
   // Called with the buffer when the item is done with; null: the sender keeps the buffer.
   FTReleaseFunction release;
-  FTTime enqueued_at;  // tick clock
-};
 
-void ReleaseSendItem(const FTSendItem& item);
+  void Release() const {
+    if (release != nullptr) release(buffer);
+  }
+};
 
 // Packages by priority, lower numbers first, in the order of queueing within one. Not locked.
 class CFTSendQueue {

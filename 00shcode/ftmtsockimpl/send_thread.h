@@ -1,69 +1,62 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 
-#include "00shcode/ftmsgq/ftmsgq.h"
+#include "00shcode/ftmtsockimpl/engine_thread.h"
+#include "00shcode/ftmtsockimpl/link.h"
+#include "00shcode/ftmtsockimpl/link_orders.h"
 #include "00shcode/ftmtsockimpl/send_queue.h"
 
-class CFTMtSockImpl;
-class CFTMtSockOneLinkThrd;
-class CFTSockIfContract;
-
-// Writes one link's packages to its socket, by priority and in pieces; sends a heartbeat when the
-// link has been quiet; closes the link after the last package when asked to; reports the room that
-// its queue has. Created, started, joined and destroyed by the link's receive thread.
-class CFTMtSockSendThrd : public CFTMsgQ {
+// One link's send thread: writes the queued packages by priority, sends a heartbeat when the link
+// has been quiet, closes the link after the last package when asked to, and reports the room that
+// the queue has. Created, started, joined and destroyed by the link's receive thread.
+class CFTMtSockSendThrd : public CFTEngineThread {
  public:
-  CFTMtSockSendThrd(CFTMtSockOneLinkThrd* owner, CFTMtSockImpl* engine);
-  // Releases what is still queued.
+  // The link outlives this object.
+  explicit CFTMtSockSendThrd(CFTLink* link);
+  // Precondition: joined. Releases what is still queued.
   ~CFTMtSockSendThrd() override;
 
-  // Any thread. 0: queued, the package is this thread's; 1: refused, the queue is full. force
-  // skips the limit.
-  std::int32_t QueuePkg(CFTBuffer* pkg, FTReleaseFunction release, std::int32_t force,
+  // Any thread. kSendQueued: the package is this thread's. kSendTooMuch: refused, the queue is
+  // full.
+  std::int32_t QueuePkg(CFTBuffer* pkg, FTReleaseFunction release, FTSendMode mode,
                         std::int32_t priority);
 
   // Any thread. Has the link closed once everything queued has been written.
-  void CloseAfterSending() { m_close_after_sending.Set(1); }
+  void CloseAfterSending();
 
-  void VWriteLog(const char* path, int line, std::int32_t level_code, const char* format,
-                 va_list arguments) override;
+  void StopThread() override;
 
  protected:
-  void OnMsg(const FTMsg& msg, std::int32_t draining) override;
+  void OnMsg(FTMsg& msg, std::int32_t draining) override;
   void OnLoop() override;
 
  private:
-  bool IsQueueEmpty() const FT_REQUIRES(m_queue_lock);
   bool IsEverythingSent();
   bool WaitUntilWritable();
   void RefillSendList();
   void WritePkgs();
-  bool WritePiece(FTSendItem* item);
-  void FinishPiece(FTSendItem* item, std::int32_t sent);
-  FTSendItem* GetFirstItem();
+  bool WriteOnce();
+  void AccountFor(std::int32_t sent);
+  void DropSent(std::int32_t sent);
+  void CloseWhenDone(void (*write_line)(CMyThread* log, const std::string& remote));
   void OnSendCheck();
   void MakeHeartbeat();
   void ReportSpace();
-  void StopIdle();
-  void ReleaseUnsent(const std::deque<FTSendItem>& items);
 
-  CFTMtSockOneLinkThrd* const m_owner;
-  CFTMtSockImpl* const m_engine;
-  CFTSockIfContract* const m_interface;
-  CFTLockedValue<std::int32_t> m_queue_limit;
-  CFTLockedValue<std::int32_t> m_close_after_sending;
-  CFTLockedValue<std::int32_t> m_item_count;  // queued and not yet completely written
+  CFTLink* const m_link;
+  std::atomic<bool> m_close_after_sending{false};
 
   CFTLock m_queue_lock;
-  CFTEvent m_wake;
   CFTSendQueue m_queue FT_GUARDED_BY(m_queue_lock);
-  // The batch being written. Only this thread adds and removes items, so its first item stays put
-  // while it is written without the lock.
-  std::deque<FTSendItem> m_send_list FT_GUARDED_BY(m_queue_lock);
-  std::int64_t m_queued_bytes FT_GUARDED_BY(m_queue_lock) = 0;
+  std::int64_t m_queued_bytes FT_GUARDED_BY(m_queue_lock) = 0;  // the batch being written included
+  bool m_asleep FT_GUARDED_BY(m_queue_lock) = false;            // until somebody has set m_wake
+  CFTEvent m_wake;
 
+  // This thread's alone.
+  std::deque<FTSendItem> m_send_list;  // the batch being written; its first item may be partly sent
   bool m_would_block = false;
   FTTime m_last_send_activity;
 };

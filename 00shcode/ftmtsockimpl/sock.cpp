@@ -11,13 +11,10 @@ constexpr std::size_t kShortestAddressText = 7;  // as in 0.0.0.0
 
 using platform::SocketError;
 
-std::int32_t WaitForOne(FTSocket socket, bool for_reading, std::int32_t timeout_ms) {
+std::int32_t WaitForOne(FTSocket socket, platform::Readiness readiness, std::int32_t timeout_ms,
+                        platform::Waker* waker) {
   if (socket == kNoSocket) return 0;
-  FTSockSet set;
-  set.Add(socket);
-  const std::int32_t ready = for_reading ? FTSockSelect(&set, nullptr, timeout_ms)
-                                         : FTSockSelect(nullptr, &set, timeout_ms);
-  return ready > 0 && set.Contains(socket) ? 1 : 0;
+  return platform::WaitForSocket(socket, readiness, timeout_ms, waker) ? 1 : 0;
 }
 
 bool BindLocalEnd(FTSocket socket, const char* text, std::uint16_t port) {
@@ -27,10 +24,10 @@ bool BindLocalEnd(FTSocket socket, const char* text, std::uint16_t port) {
   return platform::BindSocket(socket, local);
 }
 
-std::int32_t GiveUp(FTSocket* socket) {
+FTConnectResult GiveUp(FTSocket* socket) {
   FTSockClose(*socket);
   *socket = kNoSocket;
-  return kConnectFailed;
+  return FTConnectResult::kFailed;
 }
 
 }  // namespace
@@ -58,7 +55,7 @@ std::int32_t FTSockAddrToStr(const FTSockAddr* address, std::uint16_t* port, std
   if (text != nullptr) {
     unsigned char bytes[4];
     std::memcpy(bytes, &address->address, sizeof bytes);
-    *text = FormatString("%d.%d.%d.%d", bytes[0], bytes[1], bytes[2], bytes[3]);
+    *text = ft::FormatString("%d.%d.%d.%d", bytes[0], bytes[1], bytes[2], bytes[3]);
   }
   if (port != nullptr) *port = platform::PortToHost(address->port);
   return 0;
@@ -88,39 +85,42 @@ std::int32_t FTSockSetBlocking(FTSocket socket, std::int32_t blocking) {
   return 0;
 }
 
-std::int32_t FTSockRecv(FTSocket socket, void* buffer, std::int32_t capacity, std::int32_t* count) {
-  *count = 0;
+std::int32_t FTSockRecv(FTSocket socket, const platform::BytePiece* pieces, int count,
+                        std::int32_t* received) {
+  *received = 0;
   if (socket == kNoSocket) return -1;
   SocketError error = SocketError::kNone;
-  *count = platform::ReceiveBytes(socket, buffer, capacity, &error);
-  if (*count > 0) return 1;
+  *received = platform::ReceivePieces(socket, pieces, count, &error);
+  if (*received > 0) return 1;
   return error == SocketError::kWouldBlock ? 0 : -1;
 }
 
-std::int32_t FTSockSend(FTSocket socket, const void* data, std::int32_t length) {
+std::int32_t FTSockSend(FTSocket socket, const platform::ConstBytePiece* pieces, int count) {
   if (socket == kNoSocket) return -1;
   SocketError error = SocketError::kNone;
-  const std::int32_t sent = platform::SendBytes(socket, data, length, &error);
+  const std::int32_t sent = platform::SendPieces(socket, pieces, count, &error);
   if (sent > 0) return sent;
   return error == SocketError::kWouldBlock ? 0 : -1;
 }
 
-std::int32_t FTSockWaitReadable(FTSocket socket, std::int32_t timeout_ms) {
-  return WaitForOne(socket, true, timeout_ms);
+std::int32_t FTSockWaitReadable(FTSocket socket, std::int32_t timeout_ms, platform::Waker* waker) {
+  return WaitForOne(socket, platform::Readiness::kReadable, timeout_ms, waker);
 }
 
-std::int32_t FTSockWaitWritable(FTSocket socket, std::int32_t timeout_ms) {
-  return WaitForOne(socket, false, timeout_ms);
+std::int32_t FTSockWaitWritable(FTSocket socket, std::int32_t timeout_ms, platform::Waker* waker) {
+  return WaitForOne(socket, platform::Readiness::kWritable, timeout_ms, waker);
 }
 
-std::int32_t FTSockSelect(FTSockSet* read, FTSockSet* write, std::int32_t timeout_ms) {
-  return platform::WaitForSockets(read, write, timeout_ms);
+std::int32_t FTSockSelect(FTSockSet* read, FTSockSet* write, std::int32_t timeout_ms,
+                          platform::Waker* waker) {
+  return platform::WaitForSockets(read, write, timeout_ms, waker);
 }
 
-std::int32_t BeginConnect(FTSocket* socket, std::uint16_t remote_port, const char* remote_text,
-                          const char* local_text, std::uint16_t local_port) {
+FTConnectResult ft::BeginConnect(FTSocket* socket, std::uint16_t remote_port,
+                                 const char* remote_text, const char* local_text,
+                                 std::uint16_t local_port) {
   *socket = platform::OpenTcpSocket();
-  if (*socket == kNoSocket) return kConnectFailed;
+  if (*socket == kNoSocket) return FTConnectResult::kFailed;
   platform::SetLinger(*socket, true, 0);
   platform::SetBufferSizes(*socket, kBufferBytes, kBufferBytes);
   FTSockAddr remote;
@@ -129,16 +129,24 @@ std::int32_t BeginConnect(FTSocket* socket, std::uint16_t remote_port, const cha
   FTSockSetBlocking(*socket, 0);
   switch (platform::ConnectSocket(*socket, remote)) {
     case SocketError::kNone:
-      return kConnectDone;
+      return FTConnectResult::kConnected;
     case SocketError::kInProgress:
-      return kConnectInProgress;
+      return FTConnectResult::kInProgress;
     default:
       return GiveUp(socket);
   }
 }
 
-std::int32_t FTSockIsConnected(FTSocket socket) {
-  return platform::TakeConnectResult(socket) == platform::ConnectState::kConnected ? 1 : 0;
+std::int32_t FTSockTakeConnected(FTSocket socket, std::string* local_text,
+                                 std::uint16_t* local_port, std::string* peer_text,
+                                 std::uint16_t* peer_port) {
+  FTSockAddr local{};
+  FTSockAddr peer{};
+  const platform::ConnectState state = platform::TakeConnectResult(socket, &local, &peer);
+  if (state != platform::ConnectState::kConnected) return 0;
+  FTSockAddrToStr(&local, local_port, local_text, nullptr);
+  FTSockAddrToStr(&peer, peer_port, peer_text, nullptr);
+  return 1;
 }
 
 std::int32_t FTSockAccept(FTSocket listening, FTSocket* accepted, FTSockAddr* peer) {

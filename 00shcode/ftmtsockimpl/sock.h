@@ -37,32 +37,42 @@ void FTSockClose(FTSocket socket);
 // Always 0.
 std::int32_t FTSockSetBlocking(FTSocket socket, std::int32_t blocking);
 
-// 1: *count bytes received; 0: nothing to read now; -1: the link is broken or ended.
-std::int32_t FTSockRecv(FTSocket socket, void* buffer, std::int32_t capacity, std::int32_t* count);
+// Fills the pieces in their order. 1: *received bytes; 0: nothing to read now; -1: the link is
+// broken or ended.
+std::int32_t FTSockRecv(FTSocket socket, const platform::BytePiece* pieces, int count,
+                        std::int32_t* received);
 
-// The bytes placed, at least 1 and at most length; 0: try later; -1: the link is broken.
-std::int32_t FTSockSend(FTSocket socket, const void* data, std::int32_t length);
+// Sends the pieces, at most platform::kMaxPieces, as if they were one. The bytes placed, at least 1
+// and perhaps fewer than there are; 0: try later; -1: the link is broken.
+std::int32_t FTSockSend(FTSocket socket, const platform::ConstBytePiece* pieces, int count);
 
-// Block for at most timeout_ms. 1: ready; 0: time-out or failure.
-std::int32_t FTSockWaitReadable(FTSocket socket, std::int32_t timeout_ms);
-std::int32_t FTSockWaitWritable(FTSocket socket, std::int32_t timeout_ms);
+// Block for at most timeout_ms, or until the waker is used. 1: ready; 0: not, or failed.
+std::int32_t FTSockWaitReadable(FTSocket socket, std::int32_t timeout_ms,
+                                platform::Waker* waker = nullptr);
+std::int32_t FTSockWaitWritable(FTSocket socket, std::int32_t timeout_ms,
+                                platform::Waker* waker = nullptr);
 
-// Blocks for at most timeout_ms and leaves only ready sockets in the sets, either of which may be
-// null. The number of ready sockets, 0 on time-out, -1 on failure.
-std::int32_t FTSockSelect(FTSockSet* read, FTSockSet* write, std::int32_t timeout_ms);
+// Blocks for at most timeout_ms, or until the waker is used, and leaves only ready sockets in the
+// sets, either of which may be null. The number of ready sockets, 0 without any, -1 on failure.
+std::int32_t FTSockSelect(FTSockSet* read, FTSockSet* write, std::int32_t timeout_ms,
+                          platform::Waker* waker = nullptr);
 
-constexpr std::int32_t kConnectDone = 0;
-constexpr std::int32_t kConnectInProgress = 1;
-constexpr std::int32_t kConnectFailed = 2;
+enum class FTConnectResult : std::int32_t { kConnected = 0, kInProgress = 1, kFailed = 2 };
 
-// Starts a connect on a new socket that closing resets at once. One of the three results above;
-// after kConnectFailed *socket is kNoSocket. A local text of fewer than 7 characters, or none,
-// leaves the local end to the system.
-std::int32_t BeginConnect(FTSocket* socket, std::uint16_t remote_port, const char* remote_text,
-                          const char* local_text, std::uint16_t local_port);
+namespace ft {
 
-// For a connecting socket that became writable: 1 when it is connected, 0 when the connect failed.
-std::int32_t FTSockIsConnected(FTSocket socket);
+// Starts a connect on a new socket that closing resets at once. After kFailed *socket is kNoSocket.
+// A local text of fewer than 7 characters, or none, leaves the local end to the system.
+FTConnectResult BeginConnect(FTSocket* socket, std::uint16_t remote_port, const char* remote_text,
+                             const char* local_text, std::uint16_t local_port);
+
+}  // namespace ft
+
+// For a connecting socket that became writable. 1: it is connected, and the outputs hold its ends;
+// 0: the connect failed.
+std::int32_t FTSockTakeConnected(FTSocket socket, std::string* local_text,
+                                 std::uint16_t* local_port, std::string* peer_text,
+                                 std::uint16_t* peer_port);
 
 // Takes one waiting connection and makes it non-blocking. 1: *accepted and *peer are filled;
 // 0: none is waiting (any more); -1: it cannot be accepted.

@@ -2,70 +2,49 @@
 
 #include <utility>
 
-#include "00shcode/ftmtsockimpl/engine_msgs.h"
-#include "00shcode/ftmtsockimpl/receive_thread.h"
-#include "sockif/sock_if_contract.h"
-
 namespace {
 
 constexpr std::int32_t kCheckIntervalMs = 2000;
 constexpr std::int32_t kGraceMs = 5000;
 
-void Reap(CFTMtSockOneLinkThrd* link) {
-  link->WaitThreadExit();
-  link->CloseSocket();
-}
-
 }  // namespace
 
-CFTMtSockWaitThrd::CFTMtSockWaitThrd(CFTSockIfContract* owner) : m_owner(owner) {
-  SetThreadName("CFTMtSockWaitThrd");
+CFTMtSockWaitThrd::CFTMtSockWaitThrd(CFTSockIfContract* protocol)
+    : CFTEngineThread(protocol, "CFTMtSockWaitThrd") {
   SetTimer(TIMER_REAP_CHECK, kCheckIntervalMs);
 }
 
-CFTMtSockWaitThrd::~CFTMtSockWaitThrd() {
-  for (const FTMsg& msg : TakeQueuedMsgs()) {
-    if (msg.id == FTMSG_REAP_LINK) TakeUp(FromParam<CFTMtSockOneLinkThrd>(msg.p1));
-  }
-  for (const auto& [link_id, link] : m_links) Reap(link.get());
-}
-
-void CFTMtSockWaitThrd::VWriteLog(const char* path, int line, std::int32_t level_code,
-                                  const char* format, va_list arguments) {
-  m_owner->VWriteLog(path, line, level_code, format, arguments);
-}
+CFTMtSockWaitThrd::~CFTMtSockWaitThrd() = default;
 
 void CFTMtSockWaitThrd::OnExitThread() {
   ReapLinks(false);
-  CFTMsgQ::OnExitThread();
+  CFTEngineThread::OnExitThread();
 }
 
-void CFTMtSockWaitThrd::OnMsg(const FTMsg& msg, std::int32_t draining) {
+void CFTMtSockWaitThrd::OnMsg(FTMsg& msg, std::int32_t draining) {
   if (msg.id == FTMSG_REAP_LINK) {
-    TakeUp(FromParam<CFTMtSockOneLinkThrd>(msg.p1));
+    auto [link] = FTReapLinkMsg::Take(msg);
+    TakeUp(std::move(link));
   } else if (msg.id == FTMSG_TIMER && msg.param1 == TIMER_REAP_CHECK) {
     ReapLinks(true);
     SetTimerAgain(msg);
   } else {
-    CFTMsgQ::OnMsg(msg, draining);
+    CFTEngineThread::OnMsg(msg, draining);
   }
 }
 
-void CFTMtSockWaitThrd::TakeUp(Link link) {
+void CFTMtSockWaitThrd::TakeUp(FTLinkThreadPtr link) {
   if (link == nullptr) return;
-  const std::string link_id = link->GetLinkId();
+  const std::string& link_id = link->Link().Info().link_id;
   m_links[link_id] = std::move(link);
 }
 
+// Letting go of a link joins its thread, closes its socket and releases what it did not send.
 void CFTMtSockWaitThrd::ReapLinks(bool with_grace) {
   for (auto entry = m_links.begin(); entry != m_links.end();) {
-    CFTMtSockOneLinkThrd* const link = entry->second.get();
-    const bool in_grace = with_grace && DiffMs(GetTickTime(), link->GetFinishTime()) <= kGraceMs;
-    if (!link->IsFinished() || in_grace) {
-      ++entry;
-      continue;
-    }
-    Reap(link);
-    entry = m_links.erase(entry);
+    const CFTMtSockOneLinkThrd& link = *entry->second;
+    const bool in_grace =
+        with_grace && ft::DiffMs(ft::GetTickTime(), link.GetFinishTime()) <= kGraceMs;
+    entry = link.IsFinished() && !in_grace ? m_links.erase(entry) : std::next(entry);
   }
 }

@@ -2,35 +2,32 @@
 
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <string>
 
-#include "00shcode/ftmsgq/ftmsgq.h"
+#include "00shcode/ftmsgq/typed_msg.h"
+#include "00shcode/ftmtsockimpl/engine_msgs.h"
+#include "00shcode/ftmtsockimpl/engine_thread.h"
+#include "00shcode/ftmtsockimpl/receive_thread.h"
 
-class CFTMtSockOneLinkThrd;
-class CFTSockIfContract;
+// To the wait thread: a link whose receive thread has finished.
+using FTReapLinkMsg = FTTypedMsg<FTMSG_REAP_LINK, FTLinkThreadPtr>;
 
 // Joins and deletes finished links, some seconds after they finished: a link's own threads cannot,
 // and the engine must not wait for them. At its end it does so at once for all that it holds.
-class CFTMtSockWaitThrd : public CFTMsgQ {
+class CFTMtSockWaitThrd : public CFTEngineThread {
  public:
-  explicit CFTMtSockWaitThrd(CFTSockIfContract* owner);
-  // Also joins and deletes links that were handed over but never taken up.
+  explicit CFTMtSockWaitThrd(CFTSockIfContract* protocol);
+  // Precondition: joined. Joins and deletes the links that are left, taken up or not.
   ~CFTMtSockWaitThrd() override;
-
-  void VWriteLog(const char* path, int line, std::int32_t level_code, const char* format,
-                 va_list arguments) override;
 
  protected:
   void OnExitThread() override;
-  void OnMsg(const FTMsg& msg, std::int32_t draining) override;
+  void OnMsg(FTMsg& msg, std::int32_t draining) override;
 
  private:
-  using Link = std::unique_ptr<CFTMtSockOneLinkThrd>;
-
-  void TakeUp(Link link);
+  void TakeUp(FTLinkThreadPtr link);
   void ReapLinks(bool with_grace);
 
-  CFTSockIfContract* const m_owner;
-  std::map<std::string, Link> m_links;
+  // This thread's alone.
+  std::map<std::string, FTLinkThreadPtr> m_links;
 };

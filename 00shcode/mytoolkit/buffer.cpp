@@ -32,7 +32,7 @@ void CFTBuffer::Release() {
 
 void CFTBuffer::CommitWrite(std::int32_t n) {
   m_write += n;
-  *m_write = kLineFeed;
+  Terminate(kLineFeed);
 }
 
 std::int32_t CFTBuffer::IsValid() const {
@@ -47,13 +47,13 @@ std::int32_t CFTBuffer::Compact() {
   std::memmove(m_base, m_read, static_cast<std::size_t>(length));
   m_read = m_base;
   m_write = m_base + length;
-  *m_write = 0;
+  Terminate(0);
   return 0;
 }
 
 void CFTBuffer::Reset() {
   m_read = m_write = m_base;
-  *m_base = 0;
+  Terminate(0);
 }
 
 void CFTBuffer::Reserve(std::int32_t n) {
@@ -68,7 +68,7 @@ void CFTBuffer::Grow(std::uint32_t n) {
   delete[] m_base;
   m_base = m_read = base;
   m_write = base + length;
-  *m_write = 0;
+  Terminate(0);
   m_capacity = length + n + (kDefaultStorage - 1);
 }
 
@@ -77,8 +77,13 @@ std::int32_t CFTBuffer::Append(const void* data, std::int32_t n) {
   Reserve(n);
   if (n > 0) std::memcpy(m_write, data, static_cast<std::size_t>(n));
   m_write += n;
-  *m_write = 0;
+  Terminate(0);
   return 0;
+}
+
+// A released buffer has no place for it.
+void CFTBuffer::Terminate(unsigned char terminator) {
+  if (m_base != nullptr) *m_write = terminator;
 }
 
 void ReleaseFTBuffer(CFTBuffer* buffer) {

@@ -15,7 +15,8 @@ class CFTBuffer {
   CFTBuffer(const CFTBuffer&) = delete;
   CFTBuffer& operator=(const CFTBuffer&) = delete;
 
-  // Frees the storage and makes everything null and zero. May be called again.
+  // Frees the storage and makes everything null and zero. May be called again; what is appended
+  // later gets new storage.
   void Release();
 
   unsigned char* GetData() const { return m_read; }
@@ -54,6 +55,8 @@ class CFTBuffer {
   std::int32_t Append(const void* data, std::int32_t n);
 
  private:
+  void Terminate(unsigned char terminator);
+
   unsigned char* m_base = nullptr;
   unsigned char* m_read = nullptr;
   unsigned char* m_write = nullptr;

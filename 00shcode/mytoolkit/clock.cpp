@@ -38,7 +38,7 @@ bool operator<(const FTTime& a, const FTTime& b) {
   return static_cast<std::int16_t>(a.milliseconds) < static_cast<std::int16_t>(b.milliseconds);
 }
 
-std::int32_t DiffMs(const FTTime& a, const FTTime& b) {
+std::int32_t ft::DiffMs(const FTTime& a, const FTTime& b) {
   const std::uint32_t seconds =
       static_cast<std::uint32_t>(a.seconds) - static_cast<std::uint32_t>(b.seconds);
   const std::int32_t milliseconds =
@@ -46,14 +46,14 @@ std::int32_t DiffMs(const FTTime& a, const FTTime& b) {
   return static_cast<std::int32_t>(seconds * 1000U + static_cast<std::uint32_t>(milliseconds));
 }
 
-FTTime GetNowTime() {
+FTTime ft::GetNowTime() {
   FTTime now;
   platform::GetWallClock(&now.seconds, &now.milliseconds);
   return now;
 }
 
-void GetNowTime(std::int64_t* seconds, std::uint16_t* milliseconds) {
-  const FTTime now = GetNowTime();
+void ft::GetNowTime(std::int64_t* seconds, std::uint16_t* milliseconds) {
+  const FTTime now = ft::GetNowTime();
   if (seconds != nullptr) *seconds = now.seconds;
   if (milliseconds != nullptr) *milliseconds = now.milliseconds;
 }
@@ -72,14 +72,14 @@ FTTime CFTTickUnwrapper::Read(std::uint32_t counter) {
   return reading;
 }
 
-FTTime GetTickTime() {
+FTTime ft::GetTickTime() {
   TickClock& clock = TheTickClock();
   const CFTScopedLock guard(&clock.lock);
   return clock.unwrapper.Read(platform::TickCount());
 }
 
-void SplitLocalTime(std::int64_t seconds, int* year, int* month, int* day, int* hour, int* minute,
-                    int* second, int* weekday) {
+void ft::SplitLocalTime(std::int64_t seconds, int* year, int* month, int* day, int* hour,
+                        int* minute, int* second, int* weekday) {
   platform::LocalTime local;
   if (!platform::ToLocalTime(seconds, &local)) return;
   Store(year, local.year);
@@ -91,6 +91,6 @@ void SplitLocalTime(std::int64_t seconds, int* year, int* month, int* day, int* 
   Store(weekday, local.weekday == 0 ? 7 : local.weekday);
 }
 
-void Sleep(std::uint32_t milliseconds) {
+void ft::Sleep(std::uint32_t milliseconds) {
   platform::SleepMs(milliseconds);
 }

@@ -15,6 +15,8 @@ bool operator==(const FTTime& a, const FTTime& b);
 bool operator!=(const FTTime& a, const FTTime& b);
 bool operator<(const FTTime& a, const FTTime& b);
 
+namespace ft {
+
 // a - b in milliseconds, in 32-bit arithmetic that wraps: good for differences below 24.8 days.
 std::int32_t DiffMs(const FTTime& a, const FTTime& b);
 
@@ -31,6 +33,11 @@ FTTime GetTickTime();
 void SplitLocalTime(std::int64_t seconds, int* year, int* month, int* day, int* hour, int* minute,
                     int* second, int* weekday);
 
+// Blocks the calling thread.
+void Sleep(std::uint32_t milliseconds);
+
+}  // namespace ft
+
 // Makes readings of a counter that wraps after 2^32 ms monotonic. Not locked.
 class CFTTickUnwrapper {
  public:
@@ -40,6 +47,3 @@ class CFTTickUnwrapper {
   bool m_started = false;
   FTTime m_last;
 };
-
-// Blocks the calling thread.
-void Sleep(std::uint32_t milliseconds);

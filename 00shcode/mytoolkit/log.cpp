@@ -4,6 +4,7 @@
 #include <string>
 
 #include "00shcode/mytoolkit/thread.h"
+#include "platform/platform.h"
 
 namespace {
 
@@ -12,8 +13,8 @@ constexpr std::size_t kFileFieldWidth = 12;
 std::string FileField(const char* path) {
   std::string directory;
   std::string file_name;
-  SplitPath(path, &directory, &file_name);
-  return PadString(file_name.c_str(), kFileFieldWidth, kAlignRight, ' ');
+  ft::SplitPath(path, &directory, &file_name);
+  return ft::PadString(file_name.c_str(), kFileFieldWidth, ft::kAlignRight, ' ');
 }
 
 std::string TimeStamp(const FTTime& time) {
@@ -23,20 +24,21 @@ std::string TimeStamp(const FTTime& time) {
   int hour = 0;
   int minute = 0;
   int second = 0;
-  SplitLocalTime(time.seconds, &year, &month, &day, &hour, &minute, &second, nullptr);
-  return FormatString("%04d%02d%02d %02d%02d%02d.%03d", year, month, day, hour, minute, second,
-                      time.milliseconds);
+  ft::SplitLocalTime(time.seconds, &year, &month, &day, &hour, &minute, &second, nullptr);
+  return ft::FormatString("%04d%02d%02d %02d%02d%02d.%03d", year, month, day, hour, minute, second,
+                          time.milliseconds);
 }
 
 }  // namespace
 
-FTLogLevel LevelOfCode(std::int32_t level_code) {
+FTLogLevel ft::LevelOfCode(std::int32_t level_code) {
   if (level_code < 0) return {-2, level_code};
   return {level_code, 0};
 }
 
-void WriteLogLine(const FTTime& time, const char* path, int line, const char* tag,
-                  const FTLogLevel& level, const char* format, va_list arguments) {
+void ft::WriteLogLine(const FTTime& time, const char* path, int line, const char* tag,
+                      const FTLogLevel& level, const char* format, va_list arguments) {
+  const platform::BrokenPipeGuard guard;
   std::fprintf(stderr, "<%s,%s,%d,%2d,%s>%d: ", TimeStamp(time).c_str(), FileField(path).c_str(),
                line, level.level, tag, level.error_code);
   std::vfprintf(stderr, format, arguments);
@@ -49,7 +51,7 @@ void ThreadWillExit(CMyThread* log, const char* thread_name) {
 }
 
 void EnterThreadFailed(CMyThread* log, const char* thread_name) {
-  log->WriteLog("mytoolkit.cpp", 2945, kLogError,
+  log->WriteLog("mytoolkit.cpp", 2945, ft::kLogError,
                 "OnEnterThread[%s] return failed, will exit now.\n", thread_name);
 }
 

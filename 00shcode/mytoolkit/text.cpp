@@ -19,7 +19,7 @@ int FormatInto(std::string* work, const char* format, va_list arguments) {
 
 }  // namespace
 
-std::string FormatString(const char* format, ...) {
+std::string ft::FormatString(const char* format, ...) {
   std::string work(kFirstTry, '\0');
   va_list arguments;
   va_start(arguments, format);
@@ -33,7 +33,7 @@ std::string FormatString(const char* format, ...) {
   return work;
 }
 
-void SplitPath(const std::string& path, std::string* directory, std::string* file_name) {
+void ft::SplitPath(const std::string& path, std::string* directory, std::string* file_name) {
   const std::size_t separator = path.find_last_of("/\\");
   if (separator == std::string::npos) {
     directory->clear();
@@ -45,15 +45,15 @@ void SplitPath(const std::string& path, std::string* directory, std::string* fil
   *directory = before;
 }
 
-std::string PadString(const char* text, std::size_t width, std::int32_t alignment, char fill) {
+std::string ft::PadString(const char* text, std::size_t width, std::int32_t alignment, char fill) {
   const std::size_t length = text == nullptr ? 0 : std::strlen(text);
   if (length == 0) return std::string(width, fill);
   if (length > width) return std::string(text, width);
   const std::string padding(width - length, fill);
-  return alignment == kAlignLeft ? text + padding : padding + text;
+  return alignment == ft::kAlignLeft ? text + padding : padding + text;
 }
 
-std::string BytesToHex(const void* bytes, std::int32_t count, std::int32_t lowercase) {
+std::string ft::BytesToHex(const void* bytes, std::int32_t count, std::int32_t lowercase) {
   const char* const digits = lowercase != 0 ? "0123456789abcdef" : "0123456789ABCDEF";
   const auto* const first = static_cast<const unsigned char*>(bytes);
   std::string hex;

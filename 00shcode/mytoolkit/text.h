@@ -10,6 +10,8 @@
 #define FT_PRINTF(format_index, first_argument)
 #endif
 
+namespace ft {
+
 // printf-style, of any length.
 std::string FormatString(const char* format, ...) FT_PRINTF(1, 2);
 
@@ -25,3 +27,5 @@ std::string PadString(const char* text, std::size_t width, std::int32_t alignmen
 
 // Two digits a byte, nothing between; a count below 1 gives an empty string.
 std::string BytesToHex(const void* bytes, std::int32_t count, std::int32_t lowercase);
+
+}  // namespace ft

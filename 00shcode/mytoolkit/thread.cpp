@@ -1,9 +1,17 @@
 #include "00shcode/mytoolkit/thread.h"
 
+#include <cassert>
+
 #include "00shcode/mytoolkit/clock.h"
 #include "00shcode/mytoolkit/log.h"
 
 namespace {
+
+constexpr std::int32_t kLogThreshold = 0;
+
+bool PassesThreshold(std::int32_t level) {
+  return level <= kLogThreshold;
+}
 
 // Never destroyed: a client may still be running while the process exits.
 CFTLockedValue<std::int32_t>& ThreadCounter() {
@@ -15,10 +23,12 @@ CFTLockedValue<std::int32_t>& ThreadCounter() {
 
 CMyThread::CMyThread() : m_thread_id(platform::CurrentThreadId()) {}
 
-CMyThread::~CMyThread() = default;
+CMyThread::~CMyThread() {
+  assert(m_thread_handle == nullptr);
+}
 
 std::int32_t CMyThread::Run() {
-  m_thread_id.Set(platform::CurrentThreadId());
+  m_thread_id.store(platform::CurrentThreadId());
   if (OnEnterThread() < 0) {
     ToolkitLog::EnterThreadFailed(this, GetThreadName().c_str());
     return -1;
@@ -29,8 +39,8 @@ std::int32_t CMyThread::Run() {
 }
 
 std::int32_t CMyThread::OnEnterThread() {
-  const CFTScopedLock guard(&m_running_lock);
-  m_running = m_stop_requested ? 0 : 1;
+  State before = State::kNotEntered;
+  m_state.compare_exchange_strong(before, State::kRunning);
   return 0;
 }
 
@@ -39,10 +49,7 @@ std::int32_t CMyThread::RunOnce() {
 }
 
 void CMyThread::OnExitThread() {
-  {
-    const CFTScopedLock guard(&m_running_lock);
-    m_running = 0;
-  }
+  m_state.store(State::kStopping);
   const std::string name = GetThreadName();
   if (!name.empty()) ToolkitLog::ThreadWillExit(this, name.c_str());
 }
@@ -59,7 +66,7 @@ void CMyThread::WriteLogEx(std::int64_t seconds, std::uint16_t milliseconds, con
 
 void CMyThread::WriteLog(const char* path, int line, std::int32_t level_code, const char* format,
                          ...) {
-  if (!PassesThreshold(LevelOfCode(level_code).level)) return;
+  if (!PassesThreshold(ft::LevelOfCode(level_code).level)) return;
   va_list arguments;
   va_start(arguments, format);
   VWriteLog(path, line, level_code, format, arguments);
@@ -71,27 +78,24 @@ void CMyThread::VWriteLogEx(std::int64_t seconds, std::uint16_t milliseconds, co
                             const char* format, va_list arguments) {
   if (!PassesThreshold(level)) return;
   FTTime time{seconds, milliseconds};
-  if (seconds == 0 || milliseconds == 0) time = GetNowTime();
-  WriteLogLine(time, path, line, tag == nullptr ? "" : tag, {level, error_code}, format, arguments);
+  if (seconds == 0 || milliseconds == 0) time = ft::GetNowTime();
+  ft::WriteLogLine(time, path, line, tag == nullptr ? "" : tag, {level, error_code}, format,
+                   arguments);
 }
 
 void CMyThread::VWriteLog(const char* path, int line, std::int32_t level_code, const char* format,
                           va_list arguments) {
-  const FTLogLevel level = LevelOfCode(level_code);
+  const FTLogLevel level = ft::LevelOfCode(level_code);
   VWriteLogEx(0, 0, path, line, "", level.level, level.error_code, format, arguments);
 }
 
 void CMyThread::StopThread() {
-  const CFTScopedLock guard(&m_running_lock);
-  m_stop_requested = true;
-  m_running = 0;
+  m_state.store(State::kStopping);
 }
 
 std::int32_t CMyThread::StartThread(std::int32_t stack_bytes) {
-  {
-    const CFTScopedLock guard(&m_running_lock);
-    m_stop_requested = false;
-  }
+  assert(m_thread_handle == nullptr);
+  m_state.store(State::kNotEntered);
   const platform::ThreadHandle handle =
       platform::StartThread(&CMyThread::ThreadEntry, this, stack_bytes);
   if (handle == nullptr) return -1;
@@ -111,11 +115,6 @@ std::int32_t CMyThread::GetThreadCount() {
   return ThreadCounter().Get();
 }
 
-std::int32_t CMyThread::IsRunning() const {
-  const CFTScopedLock guard(&m_running_lock);
-  return m_running;
-}
-
 void CMyThread::SetThreadName(const std::string& name) {
   m_thread_name.Set(name);
 }
@@ -124,12 +123,8 @@ std::string CMyThread::GetThreadName() const {
   return m_thread_name.Get();
 }
 
-std::uint32_t CMyThread::GetThreadId() const {
-  return m_thread_id.Get();
-}
-
-bool CMyThread::IsOwnThread() const {
-  return GetThreadId() == platform::CurrentThreadId();
+void CMyThread::AssertOwnThread() const {
+  assert(GetThreadId() == platform::CurrentThreadId());
 }
 
 void CMyThread::ThreadEntry(void* thread) {
@@ -137,9 +132,4 @@ void CMyThread::ThreadEntry(void* thread) {
   const std::string name = self->GetThreadName();
   if (!name.empty()) platform::NameCurrentThread(name.c_str());
   self->Run();
-}
-
-bool CMyThread::PassesThreshold(std::int32_t level) const {
-  const CFTScopedLock guard(&m_log_lock);
-  return level <= m_log_threshold.Get();
 }

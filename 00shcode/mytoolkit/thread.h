@@ -1,10 +1,10 @@
 #pragma once
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdint>
 #include <string>
 
-#include "00shcode/mytoolkit/lock.h"
 #include "00shcode/mytoolkit/locked_value.h"
 #include "00shcode/mytoolkit/text.h"
 #include "platform/platform.h"
@@ -18,6 +18,7 @@
 class CMyThread {
  public:
   CMyThread();
+  // Precondition: no thread is attached (never started, or joined).
   virtual ~CMyThread();
   CMyThread(const CMyThread&) = delete;
   CMyThread& operator=(const CMyThread&) = delete;
@@ -37,7 +38,7 @@ class CMyThread {
   virtual void OnExitThread();
 
  public:
-  // Log calls, any thread. A line is written when its level is not above the threshold.
+  // Log calls, any thread. A line is written when its level is 0 or below.
   virtual void WriteLogEx(std::int64_t seconds, std::uint16_t milliseconds, const char* path,
                           int line, const char* tag, std::int32_t level, std::int32_t error_code,
                           const char* format, ...) FT_PRINTF(9, 10);
@@ -46,16 +47,17 @@ class CMyThread {
   virtual void VWriteLogEx(std::int64_t seconds, std::uint16_t milliseconds, const char* path,
                            int line, const char* tag, std::int32_t level, std::int32_t error_code,
                            const char* format, va_list arguments) FT_PRINTF(9, 0);
-  // Makes no threshold test of its own. Overridden to hand lines to an owner.
+  // Makes no threshold test of its own. Overridden to hand lines to another object.
   virtual void VWriteLog(const char* path, int line, std::int32_t level_code, const char* format,
                          va_list arguments) FT_PRINTF(5, 0);
 
-  // Any thread. Asks the worker to end after its current pass; does not wake it and does not wait.
-  // A request made before the worker has entered is kept.
+  // Any thread. Asks the worker to end after its current pass; does not wait for it. A request made
+  // before the worker has entered is kept. An override also wakes the worker where it may sleep.
   virtual void StopThread();
 
   // Starts the worker; 0 or less means the platform's default stack. 0, or -1 with nothing changed
   // when the platform cannot make a thread. Forgets earlier stop requests.
+  // Precondition: no thread is attached.
   std::int32_t StartThread(std::int32_t stack_bytes);
 
   // Owner only. Blocks without limit until the worker has ended; returns at once without one.
@@ -64,25 +66,31 @@ class CMyThread {
   // Threads started and not yet joined, in the whole process.
   static std::int32_t GetThreadCount();
 
-  std::int32_t IsRunning() const;
+  // Any thread, without a lock.
+  std::int32_t IsRunning() const { return m_state.load() == State::kRunning ? 1 : 0; }
+  std::uint32_t GetThreadId() const { return m_thread_id.load(); }
+
   void SetThreadName(const std::string& name);
   std::string GetThreadName() const;
-  std::uint32_t GetThreadId() const;
 
  protected:
-  // True on the worker, and on the constructing thread until the worker has started.
-  bool IsOwnThread() const;
+  // Debug builds check that the caller is the worker, or, before it has started, the constructing
+  // thread.
+  void AssertOwnThread() const;
 
  private:
-  static void ThreadEntry(void* thread);
-  bool PassesThreshold(std::int32_t level) const;
+  enum class State { kNotEntered, kRunning, kStopping };
 
-  mutable CFTLock m_running_lock;
-  std::int32_t m_running FT_GUARDED_BY(m_running_lock) = 0;
-  bool m_stop_requested FT_GUARDED_BY(m_running_lock) = false;
-  CFTLockedValue<std::uint32_t> m_thread_id;
-  mutable CFTLock m_log_lock;
-  CFTLockedValue<std::int32_t> m_log_threshold;
+  static void ThreadEntry(void* thread);
+
+  // Written by the worker (entering, leaving) and by whoever stops it. One value, so that a stop
+  // request cannot be overwritten by entering; nothing else depends on its order.
+  std::atomic<State> m_state{State::kNotEntered};
+  std::atomic<std::uint32_t> m_thread_id;
+
+  // With a lock of its own.
   CFTLockedValue<std::string> m_thread_name;
+
+  // The owner's alone.
   platform::ThreadHandle m_thread_handle = nullptr;
 };

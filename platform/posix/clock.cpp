@@ -6,7 +6,7 @@ namespace platform {
 
 std::uint32_t backend::TickCount() {
   timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
+  clock_gettime(CLOCK_BOOTTIME, &now);
   const auto milliseconds = static_cast<std::uint64_t>(now.tv_sec) * 1000U +
                             static_cast<std::uint64_t>(now.tv_nsec) / 1000000U;
   return static_cast<std::uint32_t>(milliseconds);

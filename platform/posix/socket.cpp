@@ -3,11 +3,13 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 
@@ -52,6 +54,30 @@ int KeepReady(SocketSet* set, const pollfd* entries) {
   const auto count = static_cast<int>(ready.size());
   set->Assign(std::move(ready));
   return count;
+}
+
+// Negative numbers are left out. False when the wait failed, or one of the numbers is not open.
+bool Poll(pollfd* entries, std::size_t count, int timeout_ms, SocketError* error) {
+  if (poll(entries, count, timeout_ms) < 0) {
+    *error = MeaningOf(errno);
+    return false;
+  }
+  const bool closed = std::any_of(entries, entries + count, [](const pollfd& entry) {
+    return (entry.revents & POLLNVAL) != 0;
+  });
+  if (closed) *error = SocketError::kBroken;
+  return !closed;
+}
+
+template <typename Piece>
+msghdr MessageOf(const Piece* pieces, int count, iovec* parts) {
+  for (int i = 0; i < count; ++i) {
+    parts[i] = {const_cast<void*>(pieces[i].data), static_cast<std::size_t>(pieces[i].length)};
+  }
+  msghdr message{};
+  message.msg_iov = parts;
+  message.msg_iovlen = static_cast<std::size_t>(count);
+  return message;
 }
 
 }  // namespace
@@ -138,15 +164,20 @@ bool backend::TakeSuccess(Socket socket) {
   return getsockopt(Fd(socket), SOL_SOCKET, SO_ERROR, &error, &length) == 0 && error == 0;
 }
 
-int backend::Receive(Socket socket, void* buffer, int length, SocketError* error) {
-  const ssize_t received = recv(Fd(socket), buffer, static_cast<std::size_t>(length), 0);
+// The system's own pieces have the same two fields, but not the same types.
+int backend::Receive(Socket socket, const BytePiece* pieces, int count, SocketError* error) {
+  iovec parts[kMaxPieces];
+  msghdr message = MessageOf(pieces, count, parts);
+  const ssize_t received = recvmsg(Fd(socket), &message, 0);
   if (received > 0) return static_cast<int>(received);
   *error = received == 0 ? SocketError::kBroken : MeaningOf(errno);
   return 0;
 }
 
-int backend::Send(Socket socket, const void* data, int length, SocketError* error) {
-  const ssize_t sent = send(Fd(socket), data, static_cast<std::size_t>(length), MSG_NOSIGNAL);
+int backend::Send(Socket socket, const ConstBytePiece* pieces, int count, SocketError* error) {
+  iovec parts[kMaxPieces];
+  const msghdr message = MessageOf(pieces, count, parts);
+  const ssize_t sent = sendmsg(Fd(socket), &message, MSG_NOSIGNAL);
   if (sent > 0) return static_cast<int>(sent);
   *error = sent == 0 ? SocketError::kBroken : MeaningOf(errno);
   return 0;
@@ -168,18 +199,6 @@ bool GetPeerAddress(Socket socket, SocketAddress* address) {
   return true;
 }
 
-std::uint32_t ParseAddress(const char* text) {
-  return inet_addr(text);
-}
-
-std::uint16_t PortToNetwork(std::uint16_t port) {
-  return htons(port);
-}
-
-std::uint16_t PortToHost(std::uint16_t port) {
-  return ntohs(port);
-}
-
 bool LookUpHost(const char* name, std::uint32_t* address) {
   addrinfo hints{};
   hints.ai_family = AF_INET;
@@ -192,16 +211,40 @@ bool LookUpHost(const char* name, std::uint32_t* address) {
   return usable;
 }
 
-int backend::Wait(SocketSet* read, SocketSet* write, int timeout_ms, SocketError* error) {
+int backend::Wait(SocketSet* read, SocketSet* write, Socket extra, int timeout_ms,
+                  SocketError* error) {
   std::vector<pollfd> entries;
   AddEntries(read, POLLIN, &entries);
   AddEntries(write, POLLOUT, &entries);
-  if (poll(entries.data(), entries.size(), timeout_ms) < 0) {
-    *error = MeaningOf(errno);
-    return -1;
-  }
+  entries.push_back({Fd(extra), POLLIN, 0});
+  if (!Poll(entries.data(), entries.size(), timeout_ms, error)) return -1;
   const std::size_t read_count = read == nullptr ? 0 : read->Members().size();
   return KeepReady(read, entries.data()) + KeepReady(write, entries.data() + read_count);
+}
+
+int backend::WaitForOne(Socket socket, Readiness readiness, Socket extra, int timeout_ms,
+                        SocketError* error) {
+  const short events = readiness == Readiness::kReadable ? POLLIN : POLLOUT;
+  pollfd entries[] = {{Fd(socket), events, 0}, {Fd(extra), POLLIN, 0}};
+  if (!Poll(entries, 2, timeout_ms, error)) return -1;
+  return entries[0].revents != 0 ? 1 : 0;
+}
+
+Socket backend::OpenSignal() {
+  return eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+}
+
+void backend::Signal(Socket signal) {
+  eventfd_write(Fd(signal), 1);
+}
+
+void backend::Unsignal(Socket signal) {
+  eventfd_t count = 0;
+  eventfd_read(Fd(signal), &count);
+}
+
+void backend::CloseSignal(Socket signal) {
+  close(Fd(signal));
 }
 
 }  // namespace platform

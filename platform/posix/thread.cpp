@@ -1,6 +1,5 @@
 #include <pthread.h>
 #include <sys/syscall.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +9,7 @@
 #include <new>
 
 #include "platform/platform.h"
+#include "platform/posix/monotonic.h"
 
 namespace platform {
 
@@ -56,18 +56,6 @@ struct EventState {
 
 EventState* AsEvent(unsigned char* storage) {
   return std::launder(reinterpret_cast<EventState*>(storage));
-}
-
-timespec MonotonicDeadline(std::uint32_t milliseconds) {
-  timespec deadline;
-  clock_gettime(CLOCK_MONOTONIC, &deadline);
-  deadline.tv_sec += static_cast<time_t>(milliseconds / 1000);
-  deadline.tv_nsec += static_cast<long>(milliseconds % 1000) * 1000000L;
-  if (deadline.tv_nsec >= 1000000000L) {
-    deadline.tv_nsec -= 1000000000L;
-    deadline.tv_sec += 1;
-  }
-  return deadline;
 }
 
 }  // namespace
@@ -127,11 +115,7 @@ void Mutex::Unlock() {
 Event::Event() {
   static_assert(sizeof(EventState) <= sizeof m_storage && alignof(EventState) <= 8);
   auto* state = new (m_storage) EventState;
-  pthread_condattr_t attributes;
-  pthread_condattr_init(&attributes);
-  pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
-  pthread_cond_init(&state->condition, &attributes);
-  pthread_condattr_destroy(&attributes);
+  InitMonotonicCondition(&state->condition);
 }
 
 Event::~Event() {

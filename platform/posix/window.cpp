@@ -1,8 +1,8 @@
 #include <pthread.h>
 #include <sys/eventfd.h>
-#include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <deque>
 #include <map>
@@ -11,6 +11,7 @@
 
 #include "platform/message_window.h"
 #include "platform/platform.h"
+#include "platform/posix/monotonic.h"
 
 namespace platform {
 
@@ -24,11 +25,7 @@ struct QueuedMessage {
 class MessageWindow {
  public:
   MessageWindow() : m_descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    pthread_condattr_t attributes;
-    pthread_condattr_init(&attributes);
-    pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
-    pthread_cond_init(&m_arrived, &attributes);
-    pthread_condattr_destroy(&attributes);
+    InitMonotonicCondition(&m_arrived);
   }
 
   ~MessageWindow() {
@@ -99,13 +96,8 @@ class MessageWindow {
   };
 
   void WaitForArrival(int timeout_ms) {
-    timespec deadline{};
-    if (timeout_ms > 0) {
-      clock_gettime(CLOCK_MONOTONIC, &deadline);
-      const long nanoseconds = deadline.tv_nsec + static_cast<long>(timeout_ms % 1000) * 1000000L;
-      deadline.tv_sec += timeout_ms / 1000 + nanoseconds / 1000000000L;
-      deadline.tv_nsec = nanoseconds % 1000000000L;
-    }
+    const timespec deadline =
+        MonotonicDeadline(static_cast<std::uint32_t>(std::max(timeout_ms, 0)));
     ++m_waiters;
     int result = 0;
     while (m_queue.empty() && !m_destroyed && result != ETIMEDOUT) {

@@ -11,13 +11,6 @@ namespace testkit {
 using IdList = std::vector<std::uint32_t>;
 using Fields = std::vector<std::uintptr_t>;
 
-// The timer ids of timer messages, the message ids of others.
-inline IdList IdsOf(const std::vector<FTMsg>& msgs) {
-  IdList ids;
-  for (const FTMsg& msg : msgs) ids.push_back(msg.id == FTMSG_TIMER ? msg.param1 : msg.id);
-  return ids;
-}
-
 // A queue without a thread, and its clock: the test turns the crank, one cycle at a time.
 class CrankedQueue : private ManualClock, public CFTMsgQ {
  public:
@@ -26,21 +19,24 @@ class CrankedQueue : private ManualClock, public CFTMsgQ {
     OnEnterThread();
   }
 
-  // Lets the clock go on, runs one cycle and returns what it handled.
+  // Lets the clock go on, runs one cycle and returns what it handled: the timer ids of timer
+  // messages, the message ids of others.
   IdList Cycle(std::uint32_t milliseconds = 0) {
     Advance(milliseconds);
     m_handled.clear();
     RunOnce();
-    return IdsOf(m_handled);
+    return m_handled;
   }
 
-  using CFTMsgQ::TakeQueuedMsgs;
+  using CFTMsgQ::RunOnce;
 
  protected:
-  void OnMsg(const FTMsg& msg, std::int32_t) override { m_handled.push_back(msg); }
+  void OnMsg(FTMsg& msg, std::int32_t) override {
+    m_handled.push_back(msg.id == FTMSG_TIMER ? msg.param1 : msg.id);
+  }
 
  private:
-  std::vector<FTMsg> m_handled;
+  IdList m_handled;
 };
 
 }  // namespace testkit

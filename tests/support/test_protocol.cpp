@@ -44,9 +44,8 @@ CFTBuffer* NewBuffer(const Bytes& bytes) {
   return buffer.release();
 }
 
-TestProtocol::TestProtocol(EventMode events, HeartbeatMode heartbeats)
-    : CFTBaseSockIf(events == EventMode::kByMessage ? 1 : 0,
-                    heartbeats == HeartbeatMode::kByMessage ? 1 : 0) {}
+TestProtocol::TestProtocol(FTEventMode events, FTHeartbeatMode heartbeats, FTSpaceReports spaces)
+    : CFTBaseSockIf(events, heartbeats, spaces) {}
 
 void TestProtocol::Start() {
   if (StartThread(0) != 0 || !WaitUntil([this] { return IsRunning() == 1; }, kLimit)) {
@@ -86,7 +85,7 @@ std::optional<Bytes> TestProtocol::ReceivePackage() {
   return std::move(event->body);
 }
 
-std::optional<std::int32_t> TestProtocol::WaitClosed() {
+std::optional<FTCloseReason> TestProtocol::WaitClosed() {
   const auto event = WaitFor(Kind::kClosed);
   if (!event) return std::nullopt;
   return event->reason;
@@ -94,7 +93,8 @@ std::optional<std::int32_t> TestProtocol::WaitClosed() {
 
 std::int32_t TestProtocol::Send(const std::string& link_id, const Bytes& body,
                                 std::int32_t priority) {
-  return SendPkg(link_id, NewBuffer(BuildPackage(body)), &ReleaseFTBuffer, 0, 1, priority);
+  return SendPkg(link_id, NewBuffer(BuildPackage(body)), &ReleaseFTBuffer,
+                 FTSendMode::kWithinLimits, FTOnRefusal::kRelease, priority);
 }
 
 std::vector<LogLine> TestProtocol::LinesWith(const std::string& part) const {
@@ -111,7 +111,7 @@ FTEngineState& TestProtocol::State() {
 
 bool TestProtocol::CountersReturnToZero() {
   const auto are_zero = [this] {
-    return State().undelivered_recv_bytes.Get() == 0 && State().queued_send_bytes.Get() == 0;
+    return State().undelivered_recv_bytes.load() == 0 && State().queued_send_bytes.load() == 0;
   };
   return WaitUntil(are_zero, kLimit);
 }
@@ -134,6 +134,10 @@ void TestProtocol::VWriteLog(const char* path, int line, std::int32_t level_code
   CFTBaseSockIf::VWriteLog(path, line, level_code, format, arguments);
 }
 
+std::string TestProtocol::VNewLinkId() {
+  return m_hooks.new_link_id ? m_hooks.new_link_id() : CFTBaseSockIf::VNewLinkId();
+}
+
 std::int32_t TestProtocol::VGetOnePkgLen(const void* data, std::int32_t count, const FTLinkInfo*) {
   const auto* const bytes = static_cast<const unsigned char*>(data);
   if (m_hooks.package_length) return m_hooks.package_length(bytes, count);
@@ -147,7 +151,7 @@ CFTBuffer* TestProtocol::VGetHeartbeatPkg(const FTLinkInfo* link, FTReleaseFunct
   return NewBuffer(HeartbeatPackage());
 }
 
-void TestProtocol::OnLinkClosed(const FTLinkInfo* link, std::int32_t reason) {
+void TestProtocol::OnLinkClosed(const FTLinkInfo* link, FTCloseReason reason) {
   if (m_hooks.closed) m_hooks.closed(*link);
   LinkEvent event;
   event.reason = reason;

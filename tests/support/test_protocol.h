@@ -26,9 +26,9 @@ struct LinkEvent {
 
   Kind kind{};
   FTLinkInfo link;
-  FTLinkInfo listener;      // kAccepted
-  Bytes body;               // kPackage, without the header
-  std::int32_t reason = 0;  // kClosed
+  FTLinkInfo listener;     // kAccepted
+  Bytes body;              // kPackage, without the header
+  FTCloseReason reason{};  // kClosed
   std::uint32_t thread = 0;
 };
 
@@ -44,9 +44,6 @@ struct HeartbeatCall {
   std::uint32_t thread;
 };
 
-enum class EventMode { kDirect, kByMessage };
-enum class HeartbeatMode { kOnSendThread, kByMessage };
-
 // A protocol on the engine whose packages are those of the wire format, and which writes down all
 // that the engine tells it. Linking and sending take a line each:
 //
@@ -58,6 +55,7 @@ class TestProtocol : public CFTBaseSockIf {
  public:
   // Run inside the callbacks of their names, on their threads. To be set before Start.
   struct Hooks {
+    std::function<std::string()> new_link_id;
     std::function<std::int32_t(const unsigned char*, std::int32_t)> package_length;
     std::function<void(const FTLinkInfo&, CFTBuffer*, std::int32_t* keep)> received;
     std::function<void(const FTLinkInfo&)> closed;
@@ -66,13 +64,17 @@ class TestProtocol : public CFTBaseSockIf {
   };
 
   struct OpenedLink {
+    // A link holds its socket and a waker, and this process the peer's socket too.
+    static constexpr std::size_t kDescriptors = 3;
+
     std::string id;
     Peer peer;
     FTLinkInfo link;
   };
 
-  explicit TestProtocol(EventMode events = EventMode::kByMessage,
-                        HeartbeatMode heartbeats = HeartbeatMode::kOnSendThread);
+  explicit TestProtocol(FTEventMode events = FTEventMode::kByMessage,
+                        FTHeartbeatMode heartbeats = FTHeartbeatMode::kOnSendThread,
+                        FTSpaceReports spaces = FTSpaceReports::kWanted);
   ~TestProtocol() override { Stop(); }
 
   Hooks& On() { return m_hooks; }
@@ -94,7 +96,10 @@ class TestProtocol : public CFTBaseSockIf {
   // The body of the next package.
   std::optional<Bytes> ReceivePackage();
   // The reason of the next link that is reported as closed; nothing when none is.
-  std::optional<std::int32_t> WaitClosed();
+  std::optional<FTCloseReason> WaitClosed();
+
+  // Ends the link, a connect or a listening socket.
+  void Close(const std::string& link_id) { CloseLink(link_id, FTCloseMode::kNow); }
 
   // Result of SendPkg with a package of this body that is released in any case.
   std::int32_t Send(const std::string& link_id, const Bytes& body, std::int32_t priority = 3);
@@ -115,10 +120,12 @@ class TestProtocol : public CFTBaseSockIf {
   void VWriteLog(const char* path, int line, std::int32_t level_code, const char* format,
                  va_list arguments) override FT_PRINTF(5, 0);
 
+  std::string VNewLinkId() override;
+
  protected:
   std::int32_t VGetOnePkgLen(const void* data, std::int32_t count, const FTLinkInfo* link) override;
   CFTBuffer* VGetHeartbeatPkg(const FTLinkInfo* link, FTReleaseFunction* release) override;
-  void OnLinkClosed(const FTLinkInfo* link, std::int32_t reason) override;
+  void OnLinkClosed(const FTLinkInfo* link, FTCloseReason reason) override;
   void OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::int32_t* keep) override;
   void OnConnectFailed(const FTLinkInfo* link) override {
     Note(LinkEvent::Kind::kConnectFailed, link);

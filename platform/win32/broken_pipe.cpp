@@ -1,0 +1,10 @@
+#include "platform/platform.h"
+
+namespace platform {
+
+// This system raises no signal for it.
+BrokenPipeGuard::BrokenPipeGuard() = default;
+
+BrokenPipeGuard::~BrokenPipeGuard() = default;
+
+}  // namespace platform

@@ -1,0 +1,130 @@
+#!/bin/bash
+# Keeps the rooms of the house apart: who may include what, and who may know the platform.
+# usage: rooms_test.sh [ROOT]
+set -euo pipefail
+
+cd "${1:-$(dirname "$0")/../..}"
+
+# From the ground up. A room may include itself and the rooms before it.
+rooms=(platform 00shcode/mytoolkit 00shcode/ftmsgq 00shcode/ftmtsockimpl sockif client)
+# Inside the engine: a file may include its own header and those of the lines before its own.
+engine=00shcode/ftmtsockimpl
+engine_levels=(
+  'sock link_orders'
+  'link_info'
+  'connect_schedule pkg_cutter send_queue sock_if_contract engine_log'
+  'engine_msgs engine_state engine_thread'
+  'link select_thread'
+  'send_thread'
+  'receive_thread connector listener'
+  'wait_thread'
+  'engine'
+)
+public_headers=' client/clientdatasource.h client/ftwindow.h '
+platform_macros='_?_?(WIN32|WIN64|WINDOWS|linux|gnu_linux|unix|unix_|APPLE|MINGW[0-9]+|CYGWIN|'
+platform_macros+='POSIX_[A-Z_]+)(__)?|_MSC_VER|_GNU_SOURCE'
+
+faults=0
+checked=0
+
+fault() { # what is wrong in the directive that was read
+  echo "$file:$line: $1"
+  faults=$((faults + 1))
+}
+
+is_public_header() { # path
+  [[ $public_headers == *" $1 "* ]]
+}
+
+rank_of() { # path: prints the room's number from the ground, or nothing
+  local i
+  for i in "${!rooms[@]}"; do
+    [[ $1 != "${rooms[i]}"/* ]] || echo "$i"
+  done
+}
+
+level_of() { # file of the engine: prints its level, or nothing
+  local i name
+  name=$(basename "${1%.*}")
+  for i in "${!engine_levels[@]}"; do
+    [[ " ${engine_levels[i]} " != *" $name "* ]] || echo "$i"
+  done
+}
+
+check_engine_level() { # header of the engine that a file of the engine includes
+  local own other
+  own=$(level_of "$file") other=$(level_of "$1")
+  if [[ -z $own || -z $other ]]; then
+    fault "$file or \"$1\" has no level in the engine"
+  elif ((other >= own)) && [[ ${file%.*} != "${1%.*}" ]]; then
+    fault "${file%.*} must not include \"$1\": inside the engine includes go down only"
+  fi
+}
+
+check_room() { # header of ours that a file of a room includes
+  local own other
+  own=$(rank_of "$file") other=$(rank_of "$1")
+  if [[ -z $other ]]; then
+    fault "\"$1\" is in none of the library's rooms"
+  elif [[ ! -f $1 ]]; then
+    fault "\"$1\" does not exist below the root"
+  elif ((own > 0)) && [[ $1 == platform/*/* ]]; then
+    fault "\"$1\" is inside a backend: only the contract is for others"
+  elif ((other > own)); then
+    fault "${rooms[own]} must not include \"$1\": includes go down only"
+  elif [[ $file == "$engine"/* && $1 == "$engine"/* ]]; then
+    check_engine_level "$1"
+  fi
+}
+
+check_own_header() { # path
+  case $file in
+    client/package* | client/check_sum*)
+      [[ $1 =~ ^(client/(package|check_sum).*|00shcode/mytoolkit/buffer)\.h$ ]] ||
+        fault "the wire codec needs the buffer alone, not \"$1\"" ;;
+    examples/*)
+      is_public_header "$1" || fault "an example is a host: \"$1\" is not a public header" ;;
+    tools/* | bench/*) ;;
+    *) check_room "$1" ;;
+  esac
+}
+
+# Standard C++ headers have neither a dot nor a slash. What <cerrno> tells, the platform answers.
+check_system_header() { # header
+  [[ $1 == cerrno || $1 == *[./]* ]] || return 0
+  case $1:$file in
+    stdint.h:client/* | stddef.h:client/*) is_public_header "$file" && return ;;
+    CLI/*:tools/* | benchmark/*:bench/* | *:tools/posix/* | *:tools/win32/*) return ;;
+    # A host's own event loop, and hosts with windows of the system.
+    poll.h:examples/* | windows.h:examples/win32_*.cpp) return ;;
+  esac
+  fault "<$1> is no C++ standard header: the operating system belongs in platform/"
+}
+
+check_macros() { # directive
+  [[ $1 =~ (^|[^A-Za-z0-9_])($platform_macros)($|[^A-Za-z0-9_]) ]] || return 0
+  # The export macro has to know how a name is exported.
+  [[ ${BASH_REMATCH[2]} == _WIN32 ]] && is_public_header "$file" && return
+  fault "tests for a platform (${BASH_REMATCH[2]}): that belongs in platform/"
+}
+
+while IFS=: read -r file line text; do
+  checked=$((checked + 1))
+  if [[ $text =~ include[[:space:]]*\"([^\"]*) ]]; then
+    check_own_header "${BASH_REMATCH[1]}"
+  elif [[ $file == platform/* ]]; then
+    continue
+  elif [[ $text =~ include[[:space:]]*\<([^\>]*) ]]; then
+    check_system_header "${BASH_REMATCH[1]}"
+  else
+    check_macros "$text"
+  fi
+done < <(grep -rnE --include='*.h' --include='*.cpp' \
+  '^[[:space:]]*#[[:space:]]*(include|if|elif|ifdef|ifndef|define)' \
+  "${rooms[@]}" tools examples $([[ ! -d bench ]] || echo bench))
+
+((faults == 0 && checked > 100)) || {
+  echo "rooms_test: $faults faults in $checked directives"
+  exit 1
+}
+echo "rooms_test: $checked directives checked"

@@ -1,0 +1,121 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "client/client_slot.h"
+#include "tests/support/answering_server.h"
+#include "tests/support/client_test.h"
+#include "tests/support/dead_ports.h"
+
+namespace testkit {
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+
+const Bytes kHeartbeatBody("HB\0", 3);
+
+class BalanceQuery : public ClientTest {
+ protected:
+  // The answer's body; nothing without an answer.
+  std::optional<Bytes> Query(std::string host, int port, char question = 'A') {
+    char* answer = host.data();
+    const int result = m_client.GetBalanceServer(host.data(), port, question, &answer);
+    EXPECT_EQ(g_pClientCommThread, nullptr);
+    EXPECT_EQ(result, answer == nullptr ? 0 : 1);
+    if (result != 1) return std::nullopt;
+    std::size_t length = 0;
+    for (int i = 3; i >= 0; --i) length = length << 8 | static_cast<unsigned char>(answer[i]);
+    Bytes body(answer + 4, length);
+    m_client.FreeBuffer(answer);
+    return body;
+  }
+
+  std::future<std::optional<Bytes>> BeginQuery(const ScriptedServer& server, char question) {
+    return std::async(std::launch::async, [this, question, port = server.Port()] {
+      return Query(kLoopbackHost, port, question);
+    });
+  }
+};
+
+TEST_F(BalanceQuery, FirstPackageIsTheAnswer) {
+  for (const Bytes& body : {Bytes("10.0.0.7:8000"), Bytes(), PatternBody(300000)}) {
+    AnsweringServer server([&](const Bytes&) {
+      return std::vector<Bytes>{kHeartbeatBody, body, "second", body};
+    });
+    EXPECT_TRUE(Query("localhost", server.Port()) == body) << body.size() << " bytes";
+    EXPECT_TRUE(server.WaitForOpenLinks(0, 5s));
+  }
+}
+
+TEST_F(BalanceQuery, QuestionIsTwoBytesOnTheWire) {
+  ScriptedServer server;
+  for (const char question : {'A', '\0'}) {
+    auto querying = BeginQuery(server, question);
+    Peer peer = server.Accept(5s);
+    EXPECT_EQ(peer.ReceiveExactly(14, 5s), BuildPackage(Bytes{1, question}));
+    peer.SendPackage("yes");
+    EXPECT_EQ(querying.get(), "yes");
+    EXPECT_EQ(peer.ReceiveExactly(1, 5s), std::nullopt) << "more than one question";
+  }
+}
+
+TEST_F(BalanceQuery, HostsThatCannotBeResolvedAreNotLinkedTo) {
+  for (const char* const host : {"no-such-host.invalid", "256.1.1.1", ""}) {
+    EXPECT_EQ(Query(host, 80), std::nullopt) << host;
+  }
+  char host[] = "127.0.0.1";
+  char* answer = host;
+  EXPECT_EQ(m_client.GetBalanceServer(nullptr, 80, 'A', &answer), 0);
+  EXPECT_EQ(answer, nullptr);
+  EXPECT_EQ(m_client.GetBalanceServer(host, 80, 'A', nullptr), 0);
+}
+
+TEST_F(BalanceQuery, ServerThatClosesWithoutAnAnswerEndsTheWait) {
+  ScriptedServer server;
+  auto querying = BeginQuery(server, 'A');
+  Peer peer = server.Accept(5s);
+  EXPECT_TRUE(peer.ReceivePackage(5s));
+  peer.Close();
+  // Far from the ten seconds that an answer may take.
+  EXPECT_EQ(querying.wait_for(7s), std::future_status::ready);
+  EXPECT_EQ(querying.get(), std::nullopt);
+}
+
+// Large enough that the client is still at work on the answer when the link is gone.
+TEST_F(BalanceQuery, AnAnswerBeforeTheCloseIsNeverLost) {
+  const Bytes body = PatternBody(5000000);
+  for (int i = 0; i < 10; ++i) {
+    ScriptedServer server;
+    auto querying = BeginQuery(server, 'A');
+    Peer peer = server.Accept(5s);
+    ASSERT_TRUE(peer.ReceivePackage(5s));
+    peer.SendPackage(body);
+    peer.Close();
+    ASSERT_TRUE(querying.get() == body) << i;
+  }
+}
+
+TEST_F(BalanceQuery, RefusedLinkIsGivenUpAfterEightSecondsAndTheClientIsFreeAgain) {
+  ClosedPort refusing;
+  ScriptedServer server;
+  const auto begin = steady_clock::now();
+  EXPECT_EQ(Query(refusing.Host(), refusing.Port()), std::nullopt);
+  EXPECT_GE(steady_clock::now() - begin, 8s);
+  LinkWith(&server);
+}
+
+TEST_F(BalanceQuery, HeartbeatsAreNoAnswer) {
+  AnsweringServer server([&](const Bytes&) { return std::vector<Bytes>(20, kHeartbeatBody); });
+  const auto begin = steady_clock::now();
+  EXPECT_EQ(Query(server.Host(), server.Port()), std::nullopt);
+  // Ten seconds, or less when the reply watchdog comes first.
+  EXPECT_GE(steady_clock::now() - begin, 8s);
+}
+
+}  // namespace
+}  // namespace testkit
