@@ -45,7 +45,6 @@ set_target_properties(ftclient PROPERTIES
   LINKER_LANGUAGE CXX
   VERSION ${PROJECT_VERSION}
   SOVERSION ${PROJECT_VERSION_MAJOR})
-target_compile_features(ftclient INTERFACE cxx_std_17)
 target_include_directories(ftclient INTERFACE
   $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
   $<INSTALL_INTERFACE:include/ftclient>)

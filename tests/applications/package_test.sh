@@ -1,0 +1,44 @@
+#!/bin/bash
+# A host in C++98 builds with the installed package, and runs.
+# usage: package_test.sh BUILD_DIRECTORY GENERATOR CXX
+set -euo pipefail
+
+build=$1
+generator=$2
+cxx=$3
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+cmake --install "$build" --prefix "$work/prefix" >"$work/log"
+cat >"$work/CMakeLists.txt" <<'END'
+cmake_minimum_required(VERSION 3.25)
+project(old_host LANGUAGES CXX)
+set(CMAKE_CXX_STANDARD 98)
+set(CMAKE_CXX_EXTENSIONS OFF)
+find_package(ftclient CONFIG REQUIRED)
+add_executable(old_host main.cpp)
+target_compile_options(old_host PRIVATE -pedantic -Wall -Wextra -Werror)
+target_link_libraries(old_host PRIVATE ftclient::ftclient)
+END
+cat >"$work/main.cpp" <<'END'
+#include "client/clientdatasource.h"
+#include "client/ftwindow.h"
+
+#if __cplusplus >= 201103L
+#error "The package raises the host's language standard."
+#endif
+
+int main() {
+  const unsigned int window = FTCreateWindow();
+  CClientDataSource client;
+  client.Link("127.0.0.1", 1, 0, 0, 0, 0, 0, 0, 0, 0, window, 1);
+  const bool online = client.IsOnline() != 0;
+  client.UnLink();
+  return online || FTDestroyWindow(window) != 0 ? 1 : 0;
+}
+END
+# CMake takes imported headers for system headers, whose warnings the compiler hides.
+cmake -S "$work" -B "$work/build" -G "$generator" -DCMAKE_CXX_COMPILER="$cxx" \
+  -DCMAKE_NO_SYSTEM_FROM_IMPORTED=ON -DCMAKE_PREFIX_PATH="$work/prefix" >"$work/log"
+cmake --build "$work/build"
+"$work/build/old_host"
