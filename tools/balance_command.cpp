@@ -1,12 +1,15 @@
 #include "tools/balance_command.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
 
+#include "platform/platform.h"
 #include "tools/balance_answer.h"
 #include "tools/body_text.h"
 #include "tools/console.h"
+#include "tools/decimal_number.h"
 #include "tools/endpoint.h"
 #include "tools/exit_status.h"
 
@@ -23,9 +26,20 @@ struct BalanceOptions {
   bool hex = false;
 };
 
+// The library does not tell an unknown host from a silent one.
+bool IsKnownHost(const std::string& host) {
+  std::uint32_t address = 0;
+  platform::StartSockets();
+  return platform::LookUpHost(host.c_str(), &address);
+}
+
 int Ask(const BalanceOptions& options) {
-  CClientDataSource client;
   const Endpoint server = ParseEndpoint(options.server);
+  if (!IsKnownHost(server.host)) {
+    std::fprintf(stderr, "ftc: unknown host '%s'\n", server.host.c_str());
+    return kExitFailed;
+  }
+  CClientDataSource client;
   const auto answer = AskBalanceServer(&client, server, static_cast<unsigned char>(options.ask));
   if (!answer) {
     std::fprintf(stderr, "ftc: no answer from %s\n", ShowEndpoint(server).c_str());
@@ -40,12 +54,12 @@ int Ask(const BalanceOptions& options) {
 void AddBalanceCommand(CLI::App* program, int* status) {
   CLI::App* const command = program->add_subcommand("balance", kHelp);
   const auto options = std::make_shared<BalanceOptions>();
-  command->add_option("server", options->server, "The balance server's name or address, and port")
+  command->add_option("SERVER", options->server, "The balance server's name or address, and port")
       ->check(FindEndpointFault)
       ->type_name("HOST:PORT")
       ->required();
   command->add_option("--ask", options->ask, "The question: one byte")
-      ->check(CLI::Range(0, 255))
+      ->transform(DecimalNumber(0, 255))
       ->required();
   command->add_flag("--hex", options->hex, "Print the answer as hex digits");
   command->footer(std::string(kDetails) + kExitStatusHelp);

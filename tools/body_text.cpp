@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "00shcode/mytoolkit/text.h"
+#include "tools/count_text.h"
 
 namespace {
 
@@ -53,7 +54,7 @@ std::string ShowBody(const std::string& body, BodyStyle style) {
 }
 
 std::string ShowBodyShort(const char* body, std::size_t length) {
-  const std::string count = std::to_string(length) + (length == 1 ? " byte" : " bytes");
+  const std::string count = ShowCount(static_cast<std::int64_t>(length), "byte");
   if (length == 0) return count;
   const std::string head(body, std::min(length, kShortBytes));
   const bool cut = head.size() < length;

@@ -8,6 +8,8 @@
 #include "00shcode/ftmtsockimpl/link_info.h"
 #include "client/package.h"
 #include "tools/body_text.h"
+#include "tools/count_text.h"
+#include "tools/endpoint.h"
 
 namespace {
 
@@ -35,6 +37,16 @@ std::string ShowCloseReason(FTCloseReason reason) {
     default:
       return "no reason recorded";
   }
+}
+
+// This end of the link, as its client reached it. The record holds the listener's address instead,
+// and 0.0.0.0 is of use to nobody. Once the link is down the socket's number may be used again, but
+// then Send refuses the answer.
+std::string GetReachedAddress(const FTLinkInfo& link) {
+  std::string address;
+  std::uint16_t port = 0;
+  FTSockGetAddrs(link.socket, &address, &port, nullptr, nullptr);
+  return ShowEndpoint({address, port});
 }
 
 FTBufferPtr MakePkg(const std::string& body) {
@@ -124,7 +136,7 @@ void DevServer::OnLinkClosed(const FTLinkInfo* link, FTCloseReason reason) {
     if (found != m_links.end()) {
       const PushSchedule& schedule = found->second;
       if (m_settings.push.rate > 0) {
-        what += ", " + std::to_string(schedule.GetPushed()) + " packages pushed";
+        what += ", " + ShowCount(schedule.GetPushed(), "package") + " pushed";
       }
       const bool complete = schedule.IsComplete();
       m_links.erase(found);
@@ -167,7 +179,7 @@ void DevServer::Echo(const FTLinkInfo& link, CFTBuffer* pkg) {
 
 void DevServer::AnswerBalance(const FTLinkInfo& link) {
   const std::string& set = m_settings.balance_answer;
-  const std::string answer = set.empty() ? GetAddress() : set;
+  const std::string answer = set.empty() ? GetReachedAddress(link) : set;
   const bool sent = Send(link.link_id, MakePkg(answer));
   ReportLink(link, sent ? "answered " + answer : "answer not sent");
 }

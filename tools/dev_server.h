@@ -18,7 +18,7 @@ struct ServerSettings {
   bool heartbeats = true;
   bool echo = false;             // answers each data package with the same body
   bool answers_balance = false;  // answers the two-byte balance question
-  std::string balance_answer;    // empty: the server's own address
+  std::string balance_answer;    // empty: the address that the client reached
   PushPlan push;
 };
 

@@ -39,7 +39,7 @@ bool IsDottedAddress(const std::string& text) {
 
 std::string FindAddressFault(const std::string& text) {
   if (IsDottedAddress(text)) return {};
-  return Quote(text) + " is no dotted IPv4 address such as 127.0.0.1";
+  return Quote(text) + " is not a dotted IPv4 address such as 127.0.0.1";
 }
 
 std::string FindEndpointFault(const std::string& text) {
@@ -51,7 +51,7 @@ std::string FindEndpointFault(const std::string& text) {
     return Quote(host) + " is neither a host name nor a dotted IPv4 address";
   }
   if (ParseNumber(text.substr(colon + 1), kLastPort) < 1) {
-    return Quote(text.substr(colon + 1)) + " is no port: ports are numbers from 1 to 65535";
+    return Quote(text.substr(colon + 1)) + " is not a port: write 1 to 65535 without leading zeros";
   }
   return {};
 }

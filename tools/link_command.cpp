@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/decimal_number.h"
 #include "tools/endpoint.h"
 #include "tools/exit_status.h"
 #include "tools/interrupt.h"
@@ -57,7 +58,7 @@ void AddLinkCommand(CLI::App* program, int* status) {
   const auto arguments = std::make_shared<LinkArguments>();
   LinkOptions& options = arguments->options;
   command
-      ->add_option("servers", arguments->servers,
+      ->add_option("SERVER", arguments->servers,
                    "1 to 5 servers with dotted addresses, in the order in which they are tried")
       ->check(FindDottedEndpointFault)
       ->type_name("HOST:PORT")
@@ -68,12 +69,12 @@ void AddLinkCommand(CLI::App* program, int* status) {
       ->add_option("--wait", options.answer_wait_sec,
                    "Seconds that answers may take after the end of the input; status 1 when\n"
                    "fewer packages than lines came. 0: does not wait")
-      ->check(CLI::Range(0, kLongestWaitSec))
+      ->transform(DecimalNumber(0, kLongestWaitSec))
       ->capture_default_str();
   command
       ->add_option("--connect-wait", options.connect_wait_sec,
                    "Seconds that a link may take to come up; status 1 when none does")
-      ->check(CLI::Range(1, kLongestWaitSec))
+      ->transform(DecimalNumber(1, kLongestWaitSec))
       ->capture_default_str();
   command->footer(std::string(kDetails) + kExitStatusHelp);
   command->callback([arguments, status] { *status = Link(*arguments); });

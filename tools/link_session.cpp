@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "tools/console.h"
+#include "tools/count_text.h"
 #include "tools/exit_status.h"
 #include "tools/interrupt.h"
 
@@ -38,6 +39,8 @@ int LinkSession::Run() {
 
 void LinkSession::Link() {
   std::vector<Endpoint> servers = m_options.servers;
+  // Up to the time-out of the first connect nothing else would show.
+  std::fprintf(stderr, "ftc: connecting to %s\n", ShowEndpoint(servers[0]).c_str());
   servers.resize(kMostServers);  // a port of 0 ends the list
   m_client.Link(servers[0].host.c_str(), servers[0].port, servers[1].host.c_str(), servers[1].port,
                 servers[2].host.c_str(), servers[2].port, servers[3].host.c_str(), servers[3].port,
@@ -48,8 +51,8 @@ void LinkSession::Link() {
 void LinkSession::Handle(const Notification& notification) {
   if (notification.IsPackage()) {
     ++m_packages;
-    PrintStamped(std::to_string(notification.body.size()) +
-                 " bytes: " + ShowBody(notification.body, m_options.style));
+    PrintStamped(ShowCount(static_cast<std::int64_t>(notification.body.size()), "byte") + ": " +
+                 ShowBody(notification.body, m_options.style));
     return;
   }
   PrintStamped(ShowLinkEvent(notification.link_event));
@@ -79,7 +82,8 @@ void LinkSession::SendLines() {
 std::optional<int> LinkSession::FindEnd() {
   if (IsInterrupted()) return kExitDone;
   if (IsLinkOverdue()) {
-    std::fprintf(stderr, "ftc: no link within %d seconds\n", m_options.connect_wait_sec);
+    std::fprintf(stderr, "ftc: no link within %s\n",
+                 ShowCount(m_options.connect_wait_sec, "second").c_str());
     return kExitFailed;
   }
   if (!m_was_up || !m_input_ended || !m_lines.IsEmpty()) return {};
@@ -97,8 +101,8 @@ bool LinkSession::IsLinkOverdue() const {
 std::optional<int> LinkSession::FindEndOfAnswers() const {
   if (m_packages >= m_requests || m_options.answer_wait_sec == 0) return kExitDone;
   if (!HasPassed(m_last_progress, m_options.answer_wait_sec)) return {};
-  std::fprintf(stderr, "ftc: %lld sent, but %lld received within %d seconds\n",
+  std::fprintf(stderr, "ftc: %lld sent, but %lld received within %s\n",
                static_cast<long long>(m_requests), static_cast<long long>(m_packages),
-               m_options.answer_wait_sec);
+               ShowCount(m_options.answer_wait_sec, "second").c_str());
   return kExitFailed;
 }

@@ -1,11 +1,13 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <memory>
 #include <string>
 
 #include "tools/balance_command.h"
 #include "tools/demo_command.h"
 #include "tools/exit_status.h"
+#include "tools/help_formatter.h"
 #include "tools/link_command.h"
 #include "tools/serve_command.h"
 #include "tools/standard_streams.h"
@@ -13,6 +15,8 @@
 int main(int argc, char** argv) {
   CarryBytesUnchanged();
   CLI::App program("ftc: host and development server for the ftclient library.", "ftc");
+  program.formatter(std::make_shared<HelpFormatter>());
+  program.set_version_flag("--version", "ftc " FTC_VERSION, "Print the version and exit");
   program.require_subcommand(0, 1);
   program.footer(std::string("'ftc COMMAND --help' tells more about a command.\n\n") +
                  kExitStatusHelp);

@@ -9,10 +9,12 @@
 #include "00shcode/mytoolkit/clock.h"
 #include "client/package.h"
 #include "tools/console.h"
+#include "tools/decimal_number.h"
 #include "tools/dev_server.h"
 #include "tools/endpoint.h"
 #include "tools/exit_status.h"
 #include "tools/interrupt.h"
+#include "tools/listen_fault.h"
 
 namespace {
 
@@ -49,7 +51,8 @@ int Serve(const ServeOptions& options) {
   DevServer server(MakeSettings(options), &PrintStamped);
   if (!server.Start()) {
     const Endpoint asked{options.server.host, options.server.port};
-    std::fprintf(stderr, "ftc: %s cannot be listened on\n", ShowEndpoint(asked).c_str());
+    std::fprintf(stderr, "ftc: cannot listen on %s: %s\n", ShowEndpoint(asked).c_str(),
+                 FindListenFault(asked).c_str());
     return kExitFailed;
   }
   PrintLine("listening on " + server.GetAddress());
@@ -68,16 +71,16 @@ void RefuseOutsideMode(const CLI::App& command, const std::string& mode, const s
 void AddPushOptions(CLI::App* command, PushPlan* push) {
   push->rate = 10;
   command->add_option("--rate", push->rate, "Push: packages per second and link")
-      ->check(CLI::Range(1, kHighestRate))
+      ->transform(DecimalNumber(1, kHighestRate))
       ->capture_default_str();
   command->add_option("--size", push->size, "Push: bytes of each body")
-      ->check(CLI::Range(0, kLargestPushedBody))
+      ->transform(DecimalNumber(0, kLargestPushedBody))
       ->capture_default_str();
   command
       ->add_option("--count", push->count,
                    "Push: packages per link in all; a link that had them is closed, and the\n"
                    "server ends with the last link (default: no end)")
-      ->check(CLI::Range(1, std::numeric_limits<std::int32_t>::max()));
+      ->transform(DecimalNumber(1, std::numeric_limits<std::int32_t>::max()));
 }
 
 }  // namespace
@@ -87,7 +90,7 @@ void AddServeCommand(CLI::App* program, int* status) {
   const auto options = std::make_shared<ServeOptions>();
   ServerSettings& server = options->server;
   command->add_option("--port", server.port, "Port to listen on; 0: the system chooses one")
-      ->check(CLI::Range(0, 65535))
+      ->transform(DecimalNumber(0, 65535))
       ->required();
   command->add_option("--host", server.host, "Dotted address to listen on; 0.0.0.0: all")
       ->check(FindAddressFault)
@@ -97,12 +100,12 @@ void AddServeCommand(CLI::App* program, int* status) {
       ->capture_default_str();
   AddPushOptions(command, &server.push);
   command->add_option("--answer", server.balance_answer,
-                      "Balance: text of the answer (default: the server's own address)");
+                      "Balance: text of the answer (default: the address that the client reached)");
   command
       ->add_option_function<int>(
           "--event-mode", [&server](int mode) { server.event_mode = FTEventMode{mode}; },
           "1: callbacks on the protocol thread, 0: on the links' threads")
-      ->check(CLI::Range(0, 1))
+      ->transform(DecimalNumber(0, 1))
       ->default_str("1");
   command->footer(std::string(kDetails) + kExitStatusHelp);
   command->callback([command, options, status] {

@@ -65,9 +65,9 @@ case_echo() {
   local mode answers expected
   for mode in 0 1; do
     start_server --port 0 --event-mode "$mode"
-    answers=$(printf 'one\n\ngr\xc3\xbcn\na\x01b\r\n\xff\xfe\n' |
+    answers=$(printf '1\n\ngr\xc3\xbcn\na\x01b\r\n\xff\xfe\n' |
       timeout "$limit" "${client[@]}" link "$address" | without_times)
-    expected=$'LINK_EVENT_UP\n3 bytes: one\n0 bytes: \n5 bytes: gr\xc3\xbcn\n'
+    expected=$'LINK_EVENT_UP\n1 byte: 1\n0 bytes: \n5 bytes: gr\xc3\xbcn\n'
     expected+=$'4 bytes: hex 6101620d\n2 bytes: hex fffe'
     expect "answers in event mode $mode" "$expected" "$answers"
     print_large_line |
@@ -95,15 +95,17 @@ case_push() {
 }
 
 case_balance() {
-  start_server --port 0 --mode balance
-  run balance "$address" --ask 255
-  expect "own address" "0 $address" "$status $output"
-  await_line "$server_out" "package of 2 bytes: hex 01ff"
+  start_server --port 0 --mode balance --host 0.0.0.0
+  local reached=127.0.0.2:${address#*:}
+  run balance "$reached" --ask 010
+  expect "reached address" "0 $reached" "$status $output"
+  await_line "$server_out" "package of 2 bytes: hex 010a"
   stop "$server"
 
   start_server --port 0 --mode balance --event-mode 0 --answer $'a\tb'
-  run balance "localhost:${address#*:}" --ask 0 --hex
+  run balance "localhost:${address#*:}" --ask 255 --hex
   expect "answer that was set" "0 hex 610962" "$status $output"
+  await_line "$server_out" "package of 2 bytes: hex 01ff"
   stop "$server"
 }
 
@@ -115,7 +117,12 @@ case_no_answer() {
 
   run link --connect-wait 1 "$(dead_address)" <<<hi
   expect "status without a link" 1 "$status"
-  expect_holds "its reason" "no link within 1 seconds" "$output"
+  expect "what is told" \
+    "ftc: connecting to $(dead_address)"$'\nftc: no link within 1 second' \
+    "$(grep ^ftc: <<<"$output")"
+
+  run balance a..b:1 --ask 1
+  expect "unknown host" "1 ftc: unknown host 'a..b'" "$status $output"
 
   start /dev/null "${client[@]}" balance "$address" --ask 1
   local balance=$pid
@@ -178,30 +185,40 @@ case_refusals() {
   expect_refused "which command?"
   expect_refused "dance" dance
   expect_refused "--port is required" serve
-  expect_refused "--port: Value 65536 not in range" serve --port 65536
-  expect_refused "--port: Value 9x not in range" serve --port 9x
-  expect_refused "--host: 'localhost' is no dotted IPv4" serve --port 0 --host localhost
+  expect_refused "--port: '65536' is not a decimal number from 0 to 65535" serve --port 65536
+  expect_refused "--port: '0x9' is not a decimal" serve --port 0x9
+  expect_refused "--host: 'localhost' is not a dotted IPv4" serve --port 0 --host localhost
   expect_refused "--mode: loud not in" serve --port 0 --mode loud
   expect_refused "--rate: is for --mode push only" serve --port 0 --rate 1
   expect_refused "--answer: is for --mode balance only" serve --port 0 --mode push --answer x
-  expect_refused "--size: Value 5242868 not in range" serve --port 0 --mode push --size 5242868
-  expect_refused "servers is required" link
+  expect_refused "--size: '5242868' is not a decimal" serve --port 0 --mode push --size 5242868
+  expect_refused "SERVER is required" link
   expect_refused "'127.0.0.1' has no port" link 127.0.0.1
   expect_refused "':1' has no host" link :1
-  expect_refused "'0' is no port" link 127.0.0.1:0
-  expect_refused "'65536' is no port" link 127.0.0.1:65536
-  expect_refused "'127.0.0.256' is no dotted IPv4" link 127.0.0.256:1
-  expect_refused "'010.0.0.1' is no dotted IPv4" link 127.0.0.1:1 010.0.0.1:1
+  expect_refused "'0' is not a port" link 127.0.0.1:0
+  expect_refused "'65536' is not a port" link 127.0.0.1:65536
+  expect_refused "'127.0.0.256' is not a dotted IPv4" link 127.0.0.256:1
+  expect_refused "'010.0.0.1' is not a dotted IPv4" link 127.0.0.1:1 010.0.0.1:1
   expect_refused "At Most 5 required" link 127.0.0.1:{1,2,3,4,5,6}
   expect_refused "--ask is required" balance localhost:1
-  expect_refused "--ask: Value 256 not in range" balance localhost:1 --ask 256
+  expect_refused "--ask: '256' is not a decimal" balance localhost:1 --ask 256
   expect_refused "'a b' is neither" balance "a b:1" --ask 1
 
   start_server --port 0
   run serve --port "${address#*:}"
-  expect "status for a port that is taken" 1 "$status"
-  expect_holds "its reason" "$address cannot be listened on" "$output"
+  expect "port that is taken" \
+    "1 ftc: cannot listen on $address: the port is in use" "$status $output"
   stop "$server"
+  run serve --port 0 --host 192.0.2.1
+  expect "another machine's address" \
+    "1 ftc: cannot listen on 192.0.2.1:0: this machine does not have the address" "$status $output"
+}
+
+case_help() { # FTC_VERSION is what the program calls its version
+  run --version
+  expect "version" "0 ftc $FTC_VERSION" "$status $output"
+  run link --help
+  expect_holds "usage" "Usage: ftc link [OPTIONS] SERVER..." "$output"
 }
 
 # The examples take the client's place.

@@ -1,0 +1,5 @@
+#include "tools/count_text.h"
+
+std::string ShowCount(std::int64_t count, const char* unit) {
+  return std::to_string(count) + " " + unit + (count == 1 ? "" : "s");
+}

@@ -1,0 +1,8 @@
+#pragma once
+
+#include <string>
+
+#include "tools/endpoint.h"
+
+// Why nobody can listen on a dotted address and its port, found by one more attempt.
+std::string FindListenFault(const Endpoint& endpoint);
