@@ -50,17 +50,17 @@ class FTCLIENT_API CClientDataSource {
            const char* host4, int port4, const char* host5, int port5, unsigned int window,
            unsigned int message);
 
-  // Ends the client and its link. Blocks until all its threads have ended, up to a few seconds.
-  // Notifications posted before may still be waiting in the window. Always 0.
+  // Ends the client and its link. Blocks until all its threads have ended, usually a few
+  // milliseconds. Notifications posted before may still be waiting in the window. Always 0.
   int UnLink();
 
   // 1 while the link to a server is up, else 0.
   int IsOnline();
 
   // Sends one request; the data are copied. Does not block on the network. 0: handed on, or no
-  // client runs; -1: no link exists or is being opened, or length is above 2^31 - 13. A request
-  // made before the link is up is lost. One that is not answered within 8 to 11 seconds ends the
-  // link.
+  // client runs; -1: there is neither a link nor an attempt to open one, or length is above
+  // 2^31 - 13. A request made before the link is up is lost. One that is not answered within 8 to
+  // 11 seconds ends the link.
   int AskData(const char* data, unsigned int length);
 
   // Sends notifications to another window from now on. With a window or message of 0 link events
@@ -70,8 +70,8 @@ class FTCLIENT_API CClientDataSource {
   // Releases a body delivered to a window or an answer of GetBalanceServer; null is ignored.
   void FreeBuffer(char* buffer);
 
-  // Asks a balance server (host name or address) one question of one byte. Blocks: about 8
-  // seconds at most for the link and 8 to 10 for the answer. 1: *answer is an array that FreeBuffer
+  // Asks a balance server (host name or address) one question of one byte. Blocks: at most about 8
+  // seconds for the link and 8 to 11 for the answer. 1: *answer is an array that FreeBuffer
   // releases: four bytes with the length n of what follows, least significant first, and n bytes.
   // 0: no answer, *answer is null. No client may be running.
   int GetBalanceServer(char* host, int port, char question, char** answer);
