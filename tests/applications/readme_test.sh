@@ -1,37 +1,89 @@
 #!/bin/bash
-# The README shows the host that is built, and the documents' links lead somewhere.
+# What the documents show is true: code compiles, the README's host is the one that is built, worked
+# values come out as printed, links lead somewhere, and each header of the library is described.
 # usage: readme_test.sh [ROOT]
 set -euo pipefail
 
 cd "${1:-$(dirname "$0")/../..}"
-
-faults=0
+work=$(mktemp -d) wire=docs/wire-format.md
+trap 'rm -rf "$work"' EXIT
+faults=0 compiled=0 values=0
 
 fault() { # what is wrong
   echo "$1"
   faults=$((faults + 1))
 }
 
-first_cpp_block() { # file
-  awk '/^```cpp$/ { inside = 1; next } /^```/ && inside { exit } inside' "$1"
+write_blocks() { # language, file, prefix: a file PREFIX.NUMBER for each block of code
+  awk -v fence="\`\`\`$1" -v prefix="$3." '
+    $0 == fence { inside = 1; ++n; next } /^```/ { inside = 0 } inside { print > (prefix n) }' "$2"
 }
 
-# Prints the targets of links to files, from the root.
-links_in() { # file
-  grep -oE '\]\([^)#]+' "$1" | cut -c 3- | grep -vE '^[a-z]+:' | sed "s|^|$(dirname "$1")/|"
+# Each block is a whole source file. One for a system or toolkit that is missing here is skipped.
+compile_block() { # file, document
+  local first flags compiler=("${CXX:-c++}")
+  first=$(grep -m 1 '^#include <' "$1")
+  [[ $first != *windows.h* ]] || compiler=(i686-w64-mingw32-g++-posix)
+  flags=$(for i in glib-2.0 Qt5Core; do pkg-config --cflags $i || true; done 2>/dev/null)
+  read -ra flags <<<"${flags//-I/-isystem }"
+  compiler+=(-std=c++17 -fsyntax-only -fPIC -I . "${flags[@]}" -x c++)
+  "${compiler[@]}" - <<<"$first" 2>/dev/null || { echo "$2: skipped: $first" && return; }
+  "${compiler[@]}" -Wall -Wextra -Werror "$1" || fault "$2: block ${1##*.} does not compile"
+  compiled=$((compiled + 1))
 }
 
-diff -u examples/host.cpp <(first_cpp_block README.md) ||
-  fault "README.md: the host is not the text of examples/host.cpp"
+# By the four rules, without the code that the document shows.
+check_sum() { # body in hexadecimal digits
+  local hex=$1 sum=0 i word
+  while ((${#hex} % 8)); do hex+=0; done
+  for ((i = 0; i < ${#hex}; i += 8)); do
+    word=$((16#${hex:i:8}))
+    sum=$((sum + (word < 1 << 31 ? word : word - (1 << 32))))
+    while ((sum > 0xFFFFFFFF)); do sum=$(((sum & 0xFFFFFFFF) + (sum >> 32))); done
+  done
+  printf '%08X' $((~sum & 0xFFFFFFFF))
+}
+
+expect_sum() { # as printed, body
+  [[ $1 == "$(check_sum "$2")" ]] || fault "$wire: $1 of <$2> should be $(check_sum "$2")"
+  [[ $1 == "$("$work/sum" "$2")" ]] || fault "$wire: its code makes $("$work/sum" "$2") of <$2>"
+  values=$((values + 1))
+}
 
 for document in README.md docs/*.md; do
-  while read -r target; do
+  write_blocks cpp "$document" "$work/$(basename "$document")"
+  while IFS='#' read -r target anchor; do
+    [[ -n $target ]] && target=$(dirname "$document")/$target || target=$document
     [[ -e $target ]] || fault "$document: $target does not exist"
-  done < <(links_in "$document")
+    [[ -z $anchor ]] || sed -n 's/^##* //p' "$target" | tr 'A-Z ' 'a-z-' |
+      tr -cd 'a-z0-9_\n-' | grep -x -- "$anchor" >/dev/null || fault "$document: no #$anchor"
+  done < <(grep -oE '\]\([^)]+' "$document" | cut -c 3- | grep -vE '^[a-z]+:')
+done
+for block in "$work"/*.md.*; do compile_block "$block" "$(basename "${block%.*}")"; done
+diff -u examples/host.cpp "$work/README.md.1" || fault "README.md: not the text of host.cpp"
+for header in platform/*.h 00shcode/*/*.h sockif/*.h client/*.h; do
+  grep -q "^| .*\`${header%.h}\`" docs/architecture.md || fault "architecture.md: no ${header%.h}"
 done
 
-if ((faults > 0)); then
-  echo "readme_test: $faults faults"
-  exit 1
-fi
-echo "readme_test: passed"
+write_blocks c $wire "$work/sum"
+cat "$work/sum.1" - <<'END' | "${CC:-cc}" -include stdint.h -include stdio.h -o "$work/sum" -x c -
+int main(int argc, char** argv) {
+  uint8_t body[64], sum[4];
+  size_t n = 0;
+  for (const char* hex = argv[argc - 1]; sscanf(hex, "%2hhx", &body[n]) == 1; hex += 2) ++n;
+  check_sum(sum, body, n);
+  printf("%02X%02X%02X%02X", sum[0], sum[1], sum[2], sum[3]);
+}
+END
+bytes='[0-9A-F]{2}( +[0-9A-F]{2})+'
+while IFS='|' read -r text package; do
+  ((16#${package:8:8} * 2 == ${#package} - 24)) || fault "$wire: length of <$package>"
+  [[ $text != \"* ||
+    $(printf %s "${text//\"/}" | od -An -tx1 | tr -d ' ' | tr a-f A-F) == "${package:24}" ]] ||
+    fault "$wire: body of $text"
+  expect_sum "${package:16:8}" "${package:24}"
+done < <(sed -nE "s/^(\| (.*) \| )?(01 00 00 00 +$bytes)( \|)?$/\2|\3/p" $wire | tr -d ' ')
+rows=$(grep -E "^\| ($bytes) \| ($bytes) \|" $wire | tr -d ' ')
+while IFS='|' read -r _ body sum _; do expect_sum "$sum" "$body"; done <<<"$rows"
+echo "readme_test: $faults faults in $compiled blocks of code and $values worked values"
+((faults == 0 && compiled > 0 && values >= 14))
