@@ -24,7 +24,7 @@ compile_block() { # file, document
   local first flags compiler=("${CXX:-c++}")
   first=$(grep -m 1 '^#include <' "$1")
   [[ $first != *windows.h* ]] || compiler=(i686-w64-mingw32-g++-posix)
-  flags=$(for i in glib-2.0 Qt5Core; do pkg-config --cflags $i || true; done 2>/dev/null)
+  flags=$(for i in glib-2.0 Qt5Core; do pkg-config --cflags $i || true; done 2>/dev/null | tr '\n' ' ')
   read -ra flags <<<"${flags//-I/-isystem }"
   compiler+=(-std=c++17 -fsyntax-only -fPIC -I . "${flags[@]}" -x c++)
   "${compiler[@]}" - <<<"$first" 2>/dev/null || { echo "$2: skipped: $first" && return; }
