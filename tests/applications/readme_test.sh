@@ -5,9 +5,8 @@
 set -euo pipefail
 
 cd "${1:-$(dirname "$0")/../..}"
-work=$(mktemp -d) wire=docs/wire-format.md
+work=$(mktemp -d) wire=docs/wire-format.md faults=0 compiled=0 values=0
 trap 'rm -rf "$work"' EXIT
-faults=0 compiled=0 values=0
 
 fault() { # what is wrong
   echo "$1"
@@ -24,7 +23,8 @@ compile_block() { # file, document
   local first flags compiler=("${CXX:-c++}")
   first=$(grep -m 1 '^#include <' "$1")
   [[ $first != *windows.h* ]] || compiler=(i686-w64-mingw32-g++-posix)
-  flags=$(for i in glib-2.0 Qt5Core; do pkg-config --cflags $i || true; done 2>/dev/null | tr '\n' ' ')
+  flags=$(pkg-config --cflags glib-2.0 2>/dev/null) || true
+  flags+=" $(pkg-config --cflags Qt5Core 2>/dev/null)" || true
   read -ra flags <<<"${flags//-I/-isystem }"
   compiler+=(-std=c++17 -fsyntax-only -fPIC -I . "${flags[@]}" -x c++)
   "${compiler[@]}" - <<<"$first" 2>/dev/null || { echo "$2: skipped: $first" && return; }
