@@ -16,6 +16,11 @@ constexpr int kAnswerPolls = 10000;
 constexpr std::uint32_t kAnswerPollPauseMs = 1;
 constexpr char kQuestionMark = 0x01;
 
+// The client ends with the question, whatever ends that.
+struct ClientEnd {
+  ~ClientEnd() { ft::TearDownClient(); }
+};
+
 bool LookUpAddress(const char* host, std::string* dotted) {
   FTSockAddr address{};
   if (host == nullptr || !platform::LookUpHost(host, &address.address)) return false;
@@ -23,19 +28,20 @@ bool LookUpAddress(const char* host, std::string* dotted) {
   return true;
 }
 
-bool WaitForLink(CClientCommThread* client) {
+std::string WaitForLink(CClientCommThread* client) {
   for (int tests = 0; tests < kLinkTests; ++tests) {
-    if (client->IsRunning() != 0 && client->IsOnline() != 0) return true;
+    std::string link_id = client->GetLinkId();
+    if (client->IsRunning() != 0 && client->IsLinkUp(link_id) != 0) return link_id;
     ft::Sleep(kLinkTestPauseMs);
   }
-  return false;
+  return {};
 }
 
-char* WaitForAnswer(CClientCommThread* client) {
+char* WaitForAnswer(CClientCommThread* client, const std::string& link_id) {
   for (int polls = 0; polls <= kAnswerPolls; ++polls) {
     ft::Sleep(kAnswerPollPauseMs);
     // In this order: once the loss is known, everything received has been queued.
-    const bool lost = client->HasLostLink();
+    const bool lost = client->GetLinkId() != link_id;
     char* const answer = client->PopRecvPkg();
     if (answer != nullptr || lost) return answer;
   }
@@ -45,10 +51,11 @@ char* WaitForAnswer(CClientCommThread* client) {
 char* Ask(CClientCommThread* client, const std::string& address, int port, char question) {
   client->SetServers({ServerEntry{address, port}});
   client->StartThread(0);
-  if (!WaitForLink(client)) return nullptr;
+  const std::string link_id = WaitForLink(client);
+  if (link_id.empty()) return nullptr;
   const char request[2] = {kQuestionMark, question};
   client->SendRequest(request, sizeof request);
-  return WaitForAnswer(client);
+  return WaitForAnswer(client, link_id);
 }
 
 }  // namespace
@@ -58,8 +65,10 @@ int ft::QueryBalanceServer(const char* host, int port, char question, char** ans
   *answer = nullptr;
   // Building the client makes the process ready for sockets, which the look-up needs.
   g_pClientCommThread = new CClientCommThread;
-  std::string address;
-  if (LookUpAddress(host, &address)) *answer = Ask(g_pClientCommThread, address, port, question);
-  ft::TearDownClient();
+  {
+    const ClientEnd end;
+    std::string address;
+    if (LookUpAddress(host, &address)) *answer = Ask(g_pClientCommThread, address, port, question);
+  }
   return *answer != nullptr ? 1 : 0;
 }

@@ -108,7 +108,6 @@ void CClientCommThread::OnConnectFailed(const FTLinkInfo* link) {
 }
 
 void CClientCommThread::OnLinkClosed(const FTLinkInfo* link, FTCloseReason) {
-  m_lost_link.store(true, std::memory_order_release);
   ForgetLink(*link, LINK_EVENT_CLOSED);
 }
 

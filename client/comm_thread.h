@@ -37,8 +37,7 @@ class CClientCommThread : public CFTBaseSockIf {
   // for a length that cannot be.
   std::int32_t SendRequest(const char* body, std::int32_t body_len);
 
-  // True once a link that was up has ended and everything received on it has been handled.
-  bool HasLostLink() const { return m_lost_link.load(std::memory_order_acquire); }
+  std::string GetLinkId();
 
   // The oldest queued package, as CReceivedQueue::Pop.
   char* PopRecvPkg() { return m_received.Pop(); }
@@ -61,16 +60,12 @@ class CClientCommThread : public CFTBaseSockIf {
   void ForgetLink(const FTLinkInfo& link, std::intptr_t link_event);
   void PostLinkEvent(std::intptr_t link_event);
   void DeliverBody(char* body, std::int32_t body_len);
-  std::string GetLinkId();
 
   CFTRwLock m_server_lock;
   CServerList m_servers FT_GUARDED_BY(m_server_lock);
   CFTRwLock m_link_lock;
   std::string m_link_id FT_GUARDED_BY(m_link_lock);  // empty: no link, and none being opened
   CReceivedQueue m_received;
-
-  // Any thread may look; released after the packages that came before.
-  std::atomic<bool> m_lost_link{false};
 
   // Single values, each read and written whole; nothing else depends on their order.
   std::atomic<std::uint32_t> m_window{0};

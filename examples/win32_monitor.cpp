@@ -225,7 +225,7 @@ class MonitorWindow {
     SetFocus(Control(kInput));
   }
 
-  // UnLink blocks for about 1.5 s. What was posted before it is still in this thread's queue.
+  // UnLink may block for a moment. What was posted before it is still in this thread's queue.
   void UnLink() {
     if (m_state == State::kNotLinked) return;
     SetWindowTextW(Control(kState), L"Unlinking ...");

@@ -1,3 +1,4 @@
+#include <cctype>
 #include <cstdlib>
 #include <cstring>
 
@@ -49,7 +50,8 @@ std::uint32_t ParseAddress(const char* text) {
     ++text;
   }
   std::uint32_t value = 0;
-  return *text == '\0' && Join(parts, count, &value) ? ToNetwork(value) : kNoAddress;
+  const bool ends = *text == '\0' || std::isspace(static_cast<unsigned char>(*text)) != 0;
+  return ends && Join(parts, count, &value) ? ToNetwork(value) : kNoAddress;
 }
 
 std::uint16_t PortToNetwork(std::uint16_t port) {

@@ -78,6 +78,11 @@ class BrokenPipeGuard {
   alignas(8) unsigned char m_storage[128];
 };
 
+// Waits until a line can be written to standard error without blocking, at most timeout_ms. False
+// when nobody reads it; until somebody does, later calls do not wait any more. Always true on
+// systems that cannot tell.
+bool WaitForStandardError(int timeout_ms);
+
 // ---------------------------------------------------------------- clocks
 
 // Milliseconds since an arbitrary moment, those included that the machine slept; wraps to 0 after
@@ -189,7 +194,8 @@ bool GetLocalAddress(Socket socket, SocketAddress* address);
 bool GetPeerAddress(Socket socket, SocketAddress* address);
 
 // Network byte order; kNoAddress for any text but a numeric IPv4 address. As everywhere, "127.1"
-// and parts in octal (0...) or hexadecimal (0x...) digits are understood.
+// and parts in octal (0...) or hexadecimal (0x...) digits are understood; white space ends the
+// address.
 std::uint32_t ParseAddress(const char* text);
 
 std::uint16_t PortToNetwork(std::uint16_t port);

@@ -100,8 +100,10 @@ void CFTBaseSockIf::OnExitThread() {
 }
 
 std::int32_t CFTBaseSockIf::RunOnce() {
+  ++m_cycles;
   CFTSockIfContract::RunOnce();
   CountDelivered();
+  if (--m_cycles == 0) m_ended.clear();
   return 0;
 }
 
@@ -110,7 +112,8 @@ void CFTBaseSockIf::OnMsg(FTMsg& msg, std::int32_t draining) {
     case FTMSG_GET_HEARTBEAT:
       return SendHeartbeat(*std::get<0>(FTGetHeartbeatMsg::Take(msg)));
     case FTMSG_LINK_CLOSED: {
-      const auto [link, reason, record] = FTLinkClosedMsg::Take(msg);
+      auto [link, reason, record] = FTLinkClosedMsg::Take(msg);
+      m_ended.push_back(std::move(record));
       return OnLinkClosed(link.get(), reason);
     }
     case FTMSG_RECV_PKG: {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "00shcode/ftmtsockimpl/link_info.h"
 #include "00shcode/ftmtsockimpl/link_orders.h"
@@ -88,4 +89,8 @@ class CFTBaseSockIf : public CFTSockIfContract {
 
   // This thread's alone: bytes handled and not yet taken off the engine's count.
   std::int64_t m_delivered = 0;
+  // And the records of links whose end was handled in the cycle under way: a handler that runs a
+  // cycle of its own may still be looking at one.
+  std::vector<FTLinkRecord> m_ended;
+  int m_cycles = 0;  // that are under way
 };

@@ -35,7 +35,7 @@ class DevServer final : public CFTBaseSockIf {
   // Blocks until the server listens. False: the address cannot be listened on.
   bool Start();
 
-  // Blocks until all threads have ended, up to a few seconds. Links that are still up are closed
+  // Blocks until all threads have ended. Links that are still up are closed
   // by the destructor, without a report.
   void Stop();
 

@@ -154,7 +154,7 @@ void CFTMsgQ::CollectMsgs(std::int32_t wait_ms) {
     SleepUntilPosted(wait_ms);
   }
   if (m_sub_queues.GetPendingCount() > 0) m_sub_queues.Collect(kQuota, &m_batch);
-  if (ft::DiffMs(now, m_last_sweep) >= kSweepIntervalMs) {
+  if (ft::ElapsedMs(now, m_last_sweep) >= kSweepIntervalMs) {
     m_last_sweep = now;
     m_sub_queues.Sweep();
   }

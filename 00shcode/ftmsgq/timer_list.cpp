@@ -13,11 +13,11 @@ void CFTTimerList::Add(FTMsg timer, const FTTime& now) {
 }
 
 void CFTTimerList::TakeDue(const FTTime& now, std::vector<FTMsg>* batch) {
-  if (ft::DiffMs(now, m_last_scan) < kScanGateMs) return;
+  if (ft::ElapsedMs(now, m_last_scan) < kScanGateMs) return;
   m_last_scan = now;
   auto kept = m_timers.begin();
   for (Timer& timer : m_timers) {
-    if (ft::DiffMs(now, timer.armed_at) >= timer.msg.param2) {
+    if (ft::ElapsedMs(now, timer.armed_at) >= timer.msg.param2) {
       batch->push_back(std::move(timer.msg));
     } else {
       if (&*kept != &timer) *kept = std::move(timer);

@@ -4,11 +4,8 @@
 
 namespace {
 
-// In 64 bits: a delay may be longer than DiffMs can tell.
 bool IsOver(const FTTime& now, const FTTime& stamp, std::int32_t delay_sec) {
-  const std::int64_t elapsed_ms =
-      (now.seconds - stamp.seconds) * 1000 + (now.milliseconds - stamp.milliseconds);
-  return elapsed_ms >= std::int64_t{delay_sec} * 1000;
+  return ft::ElapsedMs(now, stamp) >= std::int64_t{delay_sec} * 1000;
 }
 
 }  // namespace

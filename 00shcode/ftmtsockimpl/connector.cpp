@@ -114,7 +114,7 @@ void CFTMtSockConn::SweepTimeouts() {
   const std::int32_t timeout_ms = Protocol().GetConnectTimeoutSec() * 1000;
   for (const FTLinkReqPtr& req : m_pending) {
     req->done = 0;
-    if (ft::DiffMs(ft::GetTickTime(), req->stamp) <= timeout_ms) continue;
+    if (ft::ElapsedMs(ft::GetTickTime(), req->stamp) <= timeout_ms) continue;
     ReportFailure(req->link);
     req->done = 1;
   }

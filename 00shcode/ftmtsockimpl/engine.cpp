@@ -1,5 +1,6 @@
 #include "00shcode/ftmtsockimpl/engine.h"
 
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -47,10 +48,15 @@ std::int32_t CFTMtSockImpl::SendPkg(const std::string& link_id, CFTBuffer* pkg,
                                     FTReleaseFunction release, FTSendMode mode,
                                     FTOnRefusal on_refusal, std::int32_t priority) {
   if (pkg == nullptr) return kSendNoLink;
-  const std::int32_t result = QueueOnLink(link_id, pkg, release, mode, priority);
-  const bool refused = result != kSendQueued && on_refusal == FTOnRefusal::kRelease;
-  if (refused && release != nullptr) release(pkg);
-  return result;
+  const bool releases = on_refusal == FTOnRefusal::kRelease && release != nullptr;
+  try {
+    const std::int32_t result = QueueOnLink(link_id, pkg, release, mode, priority);
+    if (result != kSendQueued && releases) release(pkg);
+    return result;
+  } catch (const std::bad_alloc&) {
+    if (releases) release(pkg);
+    throw;
+  }
 }
 
 std::int32_t CFTMtSockImpl::QueueOnLink(const std::string& link_id, CFTBuffer* pkg,

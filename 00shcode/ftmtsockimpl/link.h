@@ -35,6 +35,11 @@ class CFTLink {
   // Any thread. The first reason; kNone while the link is alive.
   FTCloseReason GetCloseReason() const;
 
+  // Any thread. Once the protocol object has been told that the link is up: nothing about the link
+  // may come before that.
+  bool IsAnnounced() const { return m_announced.load(); }
+  void SetAnnounced() { m_announced.store(true); }
+
   // Any thread. Ends the waits below, now and for good: the link's threads are to end.
   void EndWaits() { m_waker.Wake(); }
 
@@ -69,6 +74,7 @@ class CFTLink {
 
   // kAlive, then the first reason. One value, so that the reason belongs to the end.
   std::atomic<std::int32_t> m_end{kAlive};
+  std::atomic<bool> m_announced{false};
   platform::Waker m_waker;
 
   // A write and the closing never overlap, so that nobody writes to a number that the system has

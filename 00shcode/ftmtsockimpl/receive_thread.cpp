@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::int32_t kCheckIntervalMs = 2000;
 constexpr std::int32_t kReadableWaitMs = 500;
-constexpr std::int32_t kThrottleSliceMs = 100;
+constexpr std::int64_t kThrottleSliceMs = 100;
 constexpr std::int64_t kThrottleBytesPerMs = 12500;
 
 }  // namespace
@@ -41,15 +41,15 @@ CFTMtSockOneLinkThrd::~CFTMtSockOneLinkThrd() {
 
 void CFTMtSockOneLinkThrd::StopThread() {
   CFTEngineThread::StopThread();
-  m_link.EndWaits();
+  m_send_thread->StopThread();  // which ends the waits of both
 }
 
 std::int32_t CFTMtSockOneLinkThrd::OnEnterThread() {
   CFTEngineThread::OnEnterThread();
   if (m_send_thread->StartThread(0) != 0) return RefuseLink();
-  m_announced = true;
   m_link.Post(
       FTLinkUpMsg::Make(m_link.CopyInfo(), std::make_unique<FTLinkInfo>(m_link.Listener())));
+  m_link.SetAnnounced();
   return 0;
 }
 
@@ -79,7 +79,7 @@ void CFTMtSockOneLinkThrd::OnLoop() {
   AssertOwnThread();
   if (!m_link.IsAlive()) {
     m_link.CloseSocket();
-    StopBothThreads();
+    StopThread();
     return;
   }
   if (IsThrottled()) return;
@@ -98,7 +98,7 @@ void CFTMtSockOneLinkThrd::ReceiveOnce() {
   const std::int32_t result = m_link.Receive(spaces, space_count, &received);
   if (result < 0) {
     m_link.End(FTCloseReason::kRecvFailed);
-    StopBothThreads();
+    StopThread();
     return;
   }
   m_read_last_pass = result > 0;
@@ -109,7 +109,7 @@ void CFTMtSockOneLinkThrd::ReceiveOnce() {
   CountUndelivered(received);
   m_last_data = now;
   m_cutter.Commit(received);
-  if (!RecvAndCut()) StopBothThreads();
+  if (!RecvAndCut()) StopThread();
 }
 
 // False when the stream cannot be cut any further.
@@ -179,40 +179,35 @@ void CFTMtSockOneLinkThrd::NoteBacklog(const CFTPkgCutter::Pass& pass) {
 // Waits a little when it is. The whole wait is over early when the protocol object has caught up.
 bool CFTMtSockOneLinkThrd::IsThrottled() {
   if (m_throttle_ms == 0) return false;
-  const std::int32_t left = m_throttle_ms - ft::DiffMs(ft::GetTickTime(), m_throttled_at);
+  const std::int64_t left = m_throttle_ms - ft::ElapsedMs(ft::GetTickTime(), m_throttled_at);
   const bool behind = m_link.State().undelivered_recv_bytes >= FTEngineState::kRecvBacklogLimit;
   if (left <= 0 || !behind) {
     m_throttle_ms = 0;
     return false;
   }
-  m_link.Pause(std::min(left, kThrottleSliceMs));
+  m_link.Pause(static_cast<std::int32_t>(std::min(left, kThrottleSliceMs)));
   return true;
 }
 
 void CFTMtSockOneLinkThrd::CheckRecvTimeout() {
   if (!m_link.IsAlive()) {
     m_link.CloseSocket();
-    StopBothThreads();
+    StopThread();
     return;
   }
   const std::int32_t limit_ms = Protocol().GetRecvTimeoutSec() * 1000;
-  if (ft::DiffMs(m_last_wait_start, m_last_data) <= limit_ms) return;
+  if (ft::ElapsedMs(m_last_wait_start, m_last_data) <= limit_ms) return;
   if (m_link.End(FTCloseReason::kRecvTimeout)) {
     EngineLog::RecvTimeout(&Protocol(), m_link.Info().remote_address);
   }
-  StopBothThreads();
-}
-
-void CFTMtSockOneLinkThrd::StopBothThreads() {
-  m_send_thread->StopThread();
   StopThread();
 }
 
 // The send thread is joined before the end is reported, so that nothing about the link follows the
 // report. Nobody else can end the link from then on.
 void CFTMtSockOneLinkThrd::OnExitThread() {
-  StopBothThreads();
-  if (m_announced) {
+  StopThread();
+  if (m_link.IsAnnounced()) {
     m_send_thread->WaitThreadExit();
     ReportClosed();
   }

@@ -29,6 +29,7 @@ class CFTMtSockOneLinkThrd : public CFTEngineThread {
   bool IsFinished() const { return GetFinishTime() != FTTime{}; }
   FTTime GetFinishTime() const { return m_finish_time.Get(); }
 
+  // Stops the send thread too.
   void StopThread() override;
 
  protected:
@@ -47,7 +48,6 @@ class CFTMtSockOneLinkThrd : public CFTEngineThread {
   void NoteBacklog(const CFTPkgCutter::Pass& pass);
   bool IsThrottled();
   void CheckRecvTimeout();
-  void StopBothThreads();
   void ReportClosed();
   void CountUndelivered(std::int64_t bytes);
 
@@ -57,7 +57,6 @@ class CFTMtSockOneLinkThrd : public CFTEngineThread {
   CFTLockedValue<FTTime> m_finish_time;
 
   // This thread's alone.
-  bool m_announced = false;
   bool m_read_last_pass = true;
   CFTPkgCutter m_cutter;
   std::vector<FTBufferPtr> m_packages;  // cut and not yet delivered

@@ -11,11 +11,12 @@ std::int32_t CFTSelectThread::Select(FTSockSet* read, FTSockSet* write, std::int
 
 void CFTSelectThread::Pause(std::int32_t milliseconds) {
   const FTTime start = ft::GetTickTime();
-  for (std::int32_t left = milliseconds; left > 0;
-       left = milliseconds - ft::DiffMs(ft::GetTickTime(), start)) {
+  for (std::int64_t left = milliseconds; left > 0;
+       left = milliseconds - ft::ElapsedMs(ft::GetTickTime(), start)) {
     m_waker.Clear();
     if (IsRunning() == 0) return;
-    platform::WaitForSocket(kNoSocket, platform::Readiness::kReadable, left, &m_waker);
+    platform::WaitForSocket(kNoSocket, platform::Readiness::kReadable, static_cast<int>(left),
+                            &m_waker);
   }
 }
 

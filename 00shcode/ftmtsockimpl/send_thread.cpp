@@ -26,11 +26,13 @@ CFTMtSockSendThrd::CFTMtSockSendThrd(CFTLink* link)
 }
 
 CFTMtSockSendThrd::~CFTMtSockSendThrd() {
+  std::deque<FTSendItem> unsent;
   {
     const CFTScopedLock guard(&m_queue_lock);
-    while (!m_queue.IsEmpty()) m_queue.TakeBatch(&m_send_list);
+    while (!m_queue.IsEmpty()) m_queue.TakeBatch(&unsent);
   }
-  for (const FTSendItem& item : m_send_list) {
+  unsent.insert(unsent.end(), m_send_list.begin(), m_send_list.end());
+  for (const FTSendItem& item : unsent) {
     m_link->State().queued_send_bytes -= item.buffer->GetDataLen();
     item.Release();
   }
@@ -186,7 +188,7 @@ void CFTMtSockSendThrd::OnSendCheck() {
     return;
   }
   const FTTime now = ft::GetTickTime();
-  if (ft::DiffMs(now, m_last_send_activity) < Protocol().GetHeartbeatSec() * 1000) return;
+  if (ft::ElapsedMs(now, m_last_send_activity) < Protocol().GetHeartbeatSec() * 1000) return;
   PostMsg(FTMSG_GET_HEARTBEAT, "", 1);
   m_last_send_activity = now;
 }
@@ -202,7 +204,7 @@ void CFTMtSockSendThrd::MakeHeartbeat() {
   FTReleaseFunction release = nullptr;
   CFTBuffer* const pkg = Protocol().VGetHeartbeatPkg(&info, &release);
   if (pkg == nullptr) return;
-  const bool sendable = pkg->GetDataLen() > 0 && m_link->IsAlive();
+  const bool sendable = pkg->GetDataLen() > 0 && m_link->IsAlive() && Protocol().IsRunning() != 0;
   if (sendable) {
     QueuePkg(pkg, release, FTSendMode::kForced, kHeartbeatPriority);
   } else if (release != nullptr) {
@@ -212,7 +214,7 @@ void CFTMtSockSendThrd::MakeHeartbeat() {
 
 void CFTMtSockSendThrd::ReportSpace() {
   const FTEngineState& state = m_link->State();
-  if (state.space_reports == FTSpaceReports::kNone) return;
+  if (state.space_reports == FTSpaceReports::kNone || !m_link->IsAnnounced()) return;
   std::int64_t queued = 0;
   {
     const CFTScopedLock guard(&m_queue_lock);

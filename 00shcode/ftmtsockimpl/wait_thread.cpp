@@ -44,7 +44,7 @@ void CFTMtSockWaitThrd::ReapLinks(bool with_grace) {
   for (auto entry = m_links.begin(); entry != m_links.end();) {
     const CFTMtSockOneLinkThrd& link = *entry->second;
     const bool in_grace =
-        with_grace && ft::DiffMs(ft::GetTickTime(), link.GetFinishTime()) <= kGraceMs;
+        with_grace && ft::ElapsedMs(ft::GetTickTime(), link.GetFinishTime()) <= kGraceMs;
     entry = link.IsFinished() && !in_grace ? m_links.erase(entry) : std::next(entry);
   }
 }

@@ -46,6 +46,10 @@ std::int32_t ft::DiffMs(const FTTime& a, const FTTime& b) {
   return static_cast<std::int32_t>(seconds * 1000U + static_cast<std::uint32_t>(milliseconds));
 }
 
+std::int64_t ft::ElapsedMs(const FTTime& now, const FTTime& then) {
+  return (now.seconds - then.seconds) * 1000 + (now.milliseconds - then.milliseconds);
+}
+
 FTTime ft::GetNowTime() {
   FTTime now;
   platform::GetWallClock(&now.seconds, &now.milliseconds);

@@ -20,6 +20,9 @@ namespace ft {
 // a - b in milliseconds, in 32-bit arithmetic that wraps: good for differences below 24.8 days.
 std::int32_t DiffMs(const FTTime& a, const FTTime& b);
 
+// now - then in milliseconds, however long that was: a machine may sleep for months.
+std::int64_t ElapsedMs(const FTTime& now, const FTTime& then);
+
 // Wall clock.
 FTTime GetNowTime();
 // The same; either pointer may be null.

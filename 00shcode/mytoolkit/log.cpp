@@ -9,6 +9,7 @@
 namespace {
 
 constexpr std::size_t kFileFieldWidth = 12;
+constexpr int kMostWaitMs = 1000;  // for a standard error that nobody reads
 
 std::string FileField(const char* path) {
   std::string directory;
@@ -38,6 +39,7 @@ FTLogLevel ft::LevelOfCode(std::int32_t level_code) {
 
 void ft::WriteLogLine(const FTTime& time, const char* path, int line, const char* tag,
                       const FTLogLevel& level, const char* format, va_list arguments) {
+  if (!platform::WaitForStandardError(kMostWaitMs)) return;
   const platform::BrokenPipeGuard guard;
   std::fprintf(stderr, "<%s,%s,%d,%2d,%s>%d: ", TimeStamp(time).c_str(), FileField(path).c_str(),
                line, level.level, tag, level.error_code);

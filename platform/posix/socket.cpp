@@ -14,6 +14,7 @@
 #include <cstddef>
 
 #include "platform/backend.h"
+#include "platform/posix/descriptor.h"
 
 namespace platform {
 
@@ -105,7 +106,7 @@ SocketError MeaningOf(int system_error) {
 void StartSockets() {}
 
 Socket OpenTcpSocket() {
-  const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int fd = AboveStandardStreams(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (fd < 0) return kNoSocket;
   SendSmallPackagesAtOnce(fd);
   return fd;
@@ -143,7 +144,8 @@ bool ListenOn(Socket socket, const SocketAddress& local) {
 Socket backend::Accept(Socket listening, SocketAddress* peer, SocketError* error) {
   SocketAddress address{};
   socklen_t length = sizeof address;
-  const int fd = accept4(Fd(listening), AsSystem(&address), &length, SOCK_CLOEXEC);
+  const int fd =
+      AboveStandardStreams(accept4(Fd(listening), AsSystem(&address), &length, SOCK_CLOEXEC));
   if (fd < 0) {
     *error = MeaningOf(errno);
     return kNoSocket;
@@ -231,7 +233,7 @@ int backend::WaitForOne(Socket socket, Readiness readiness, Socket extra, int ti
 }
 
 Socket backend::OpenSignal() {
-  return eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  return AboveStandardStreams(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
 }
 
 void backend::Signal(Socket signal) {

@@ -11,6 +11,7 @@
 
 #include "platform/message_window.h"
 #include "platform/platform.h"
+#include "platform/posix/descriptor.h"
 #include "platform/posix/monotonic.h"
 
 namespace platform {
@@ -24,7 +25,7 @@ struct QueuedMessage {
 
 class MessageWindow {
  public:
-  MessageWindow() : m_descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  MessageWindow() : m_descriptor(AboveStandardStreams(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))) {
     InitMonotonicCondition(&m_arrived);
   }
 

@@ -155,7 +155,9 @@ Socket backend::Accept(Socket listening, SocketAddress* peer, SocketError* error
   const SOCKET socket = accept(Handle(listening), AsSystem(&address), &length);
   if (socket == INVALID_SOCKET) {
     const int why = WSAGetLastError();
-    *error = why == WSAECONNRESET ? SocketError::kAborted : MeaningOf(why);
+    // The one who waited has reset the link.
+    const bool gone = why == WSAECONNRESET || why == WSAENOTCONN;
+    *error = gone ? SocketError::kAborted : MeaningOf(why);
     return kNoSocket;
   }
   *peer = address;

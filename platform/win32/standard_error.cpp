@@ -7,4 +7,8 @@ BrokenPipeGuard::BrokenPipeGuard() = default;
 
 BrokenPipeGuard::~BrokenPipeGuard() = default;
 
+bool WaitForStandardError(int) {
+  return true;
+}
+
 }  // namespace platform

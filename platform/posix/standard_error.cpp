@@ -1,5 +1,8 @@
+#include <poll.h>
 #include <signal.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <new>
 
@@ -39,6 +42,13 @@ BrokenPipeGuard::~BrokenPipeGuard() {
   }
   pthread_sigmask(SIG_SETMASK, std::launder(reinterpret_cast<sigset_t*>(m_storage)), nullptr);
   errno = error;
+}
+
+bool WaitForStandardError(int timeout_ms) {
+  static std::atomic<bool> nobody_reads{false};
+  pollfd entry{STDERR_FILENO, POLLOUT, 0};
+  nobody_reads = poll(&entry, 1, nobody_reads ? 0 : timeout_ms) == 0;
+  return !nobody_reads;
 }
 
 }  // namespace platform
