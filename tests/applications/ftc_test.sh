@@ -4,18 +4,50 @@
 # FTC and CLIENT are programs with what runs them. CLIENT links to the servers; the default is FTC.
 set -euo pipefail
 
+# Signals reach a Windows program only when this script is in its Wine session.
+if [[ "$* " == *"/wine-run "* && -z ${FTCLIENT_WINE_SESSION:-} ]]; then
+  exec "$(dirname "$0")/../../scripts/wine-session" "$0" "$@"
+fi
+
 case_name=$1
-ftc=("${@:2}")
-client=("${ftc[@]}")
-for ((i = 0; i < ${#ftc[@]}; i++)); do
-  [[ ${ftc[i]} == -- ]] || continue
-  client=("${ftc[@]:i+1}")
-  ftc=("${ftc[@]:0:i}")
-done
-. "$(dirname "$0")/ftc_runs.sh"
+mapfile -t ftc < <(printf '%s\n' "${@:2}" | sed '/^--$/,$d')
+mapfile -t client < <(printf '%s\n' "${@:2}" | sed '1,/^--$/d')
+((${#client[@]} > 0)) || client=("${ftc[@]}")
+limit=30 # seconds for anything that is waited for
+work=$(mktemp -d)
+declare -A running=() # process id → what it is
+
+trap 'kill -KILL "${!running[@]}" 2>/dev/null || true; rm -rf "$work"' EXIT
+
+fail() { # what is wrong
+  echo "$(basename "$0"): $case_name: $1" >&2
+  exit 1
+}
+
+expect() { # what, expected, actual
+  [[ $2 == "$3" ]] || fail "$1: expected <${2:0:900}>, got <${3:0:900}>"
+}
+
+expect_holds() { # what, text, actual
+  [[ $3 == *"$2"* ]] || fail "$1: <$2> is not in <${3:0:900}>"
+}
+
+# Starts a program in the background with its output in a pipe: $pid, and $out to read from.
+start() { # input, program and its arguments...
+  rm -f "$work/out"
+  mkfifo "$work/out"
+  "${@:2}" <"$1" >"$work/out" 9>&- &
+  pid=$!
+  running[$pid]=${*:2}
+  exec {out}<"$work/out"
+}
 
 start_server() { # arguments of ftc serve: $server, $server_out, $address
-  start_listening "${ftc[@]}" serve "$@"
+  start /dev/null "${ftc[@]}" serve "$@"
+  server=$pid server_out=$out
+  await_line "$out" "listening on"
+  line=${line%$'\r'}
+  address=${line#listening on }
 }
 
 # Starts ftc link: $link, $link_out; descriptor 9 is the writing end of its input.
@@ -26,32 +58,33 @@ start_link() { # arguments of ftc link...
   link=$pid link_out=$out
 }
 
-end_input_of_link() {
-  exec 9>&-
-  rm "$work/in"
+# Reads up to the first line that holds the text: $line. What was passed over: $passed.
+await_line() { # descriptor, text
+  passed=()
+  while IFS= read -r -t "$limit" -u "$1" line; do
+    [[ $line == *"$2"* ]] && return
+    passed+=("$line")
+  done
+  fail "'$2' was not printed after: ${passed[*]:-nothing}"
+}
+
+await_end() { # process id, exit status
+  local status=0
+  timeout "$limit" tail --pid="$1" -s 0.1 -f /dev/null || fail "${running[$1]} does not end"
+  wait "$1" || status=$?
+  expect "status of ${running[$1]}" "$2" "$status"
+  unset "running[$1]"
+}
+
+end() { # signal, process id, exit status
+  kill "-$1" "$2"
+  await_end "$2" "$3"
 }
 
 # Runs the client to its end: $status and $output, standard error included.
 run() { # arguments...
   status=0
   output=$(timeout "$limit" "${client[@]}" "$@" 2>&1) || status=$?
-}
-
-without_times() {
-  sed -E 's/^[0-9:.]{12}  //' | grep -v '^waiting for the link'
-}
-
-expect() { # what, expected, actual
-  [[ $2 == "$3" ]] || fail "$1: expected <$2>, got <$3>"
-}
-
-expect_holds() { # what, text, actual
-  [[ $3 == *"$2"* ]] || fail "$1: <$2> is not in <$3>"
-}
-
-# Nothing listens there as long as the server has its port: no other test is given that one.
-dead_address() {
-  echo "127.0.0.2:${address#*:}"
 }
 
 case_demo() {
@@ -62,36 +95,27 @@ case_demo() {
 }
 
 case_echo() {
-  local mode answers expected
-  for mode in 0 1; do
-    start_server --port 0 --event-mode "$mode"
-    answers=$(printf '1\n\ngr\xc3\xbcn\na\x01b\r\n\xff\xfe\n' |
-      timeout "$limit" "${client[@]}" link "$address" | without_times)
-    expected=$'LINK_EVENT_UP\n1 byte: 1\n0 bytes: \n5 bytes: gr\xc3\xbcn\n'
-    expected+=$'4 bytes: hex 6101620d\n2 bytes: hex fffe'
-    expect "answers in event mode $mode" "$expected" "$answers"
-    print_large_line |
-      timeout "$limit" "${client[@]}" link --hex --wait "$limit" "$address" >"$work/answer"
-    print_large_line | head -c -1 | od -An -v -tx1 | tr -d ' \n' >"$work/body"
-    tail -n 1 "$work/answer" | sed 's/.*  306000 bytes: hex //' | tr -d '\n' |
-      cmp - "$work/body" || fail "the large body comes back changed"
-    stop "$server"
-  done
+  local long=$(seq -s ' ' 50000)
+  start_server --port 0
+  run link "$address" < <(printf '1\n\ngr\xc3\xbcn\na\x00b\x1a\x01\r\n\xff\xfe\n%s\n' "$long")
+  local expected=$'LINK_EVENT_UP\n1 byte: 1\n0 bytes: \n5 bytes: gr\xc3\xbcn\n'
+  expected+=$'6 bytes: hex 6100621a010d\n2 bytes: hex fffe\n'"${#long} bytes: $long"
+  expect "answers" "$expected" \
+    "$(sed -nE '/  waiting for the link/d; s/^[0-9:.]{12}  //p' <<<"$output")"
+  run link --hex "$address" <<<hi
+  expect_holds "answer in hex digits" "2 bytes: hex 6869" "$output"
+  end INT "$server" 0
 }
 
 case_push() {
-  local count size numbers
-  while read -r count size; do
-    start_server --port 0 --mode push --count "$count" --rate 200 --size "$size"
-    start_link "$address"
-    await_line "$link_out" LINK_EVENT_CLOSED
-    await_end "$server" 0
-    end_input_of_link
-    await_end "$link" 0
-    numbers=$(printf '%s\n' "${passed[@]}" |
-      sed -nE "s/.*  $size bytes: push ([0-9]+) \.+$/\1/p")
-    expect "pushed packages" "$(seq "$count")" "$numbers"
-  done <<<$'20 100\n2 300000'
+  start_server --port 0 --mode push --count 20 --rate 200 --size 100
+  start_link "$address"
+  await_line "$link_out" LINK_EVENT_CLOSED
+  await_end "$server" 0
+  exec 9>&-
+  await_end "$link" 0
+  expect "pushed packages" "$(seq 20)" \
+    "$(printf '%s\n' "${passed[@]}" | sed -nE 's/.*  100 bytes: push ([0-9]+) \.+$/\1/p')"
 }
 
 case_balance() {
@@ -100,13 +124,13 @@ case_balance() {
   run balance "$reached" --ask 010
   expect "reached address" "0 $reached" "$status $output"
   await_line "$server_out" "package of 2 bytes: hex 010a"
-  stop "$server"
+  end INT "$server" 0
 
   start_server --port 0 --mode balance --event-mode 0 --answer $'a\tb'
   run balance "localhost:${address#*:}" --ask 255 --hex
   expect "answer that was set" "0 hex 610962" "$status $output"
   await_line "$server_out" "package of 2 bytes: hex 01ff"
-  stop "$server"
+  end INT "$server" 0
 }
 
 case_no_answer() {
@@ -115,11 +139,12 @@ case_no_answer() {
   expect "status of an unanswered request" 1 "$status"
   expect_holds "its reason" "1 sent, but 0 received" "$output"
 
-  run link --connect-wait 1 "$(dead_address)" <<<hi
-  expect "status without a link" 1 "$status"
-  expect "what is told" \
-    "ftc: connecting to $(dead_address)"$'\nftc: no link within 1 second' \
-    "$(grep ^ftc: <<<"$output")"
+  # Nothing listens there as long as the server has its port: no other test is given that one.
+  local dead_address=127.0.0.2:${address#*:}
+  run link --connect-wait 1 "$dead_address" <<<hi
+  expect "what is told without a link" \
+    "1 ftc: connecting to $dead_address"$'\nftc: no link within 1 second' \
+    "$status $(grep ^ftc: <<<"$output")"
 
   run balance a..b:1 --ask 1
   expect "unknown host" "1 ftc: unknown host 'a..b'" "$status $output"
@@ -127,91 +152,71 @@ case_no_answer() {
   start /dev/null "${client[@]}" balance "$address" --ask 1
   local balance=$pid
   await_line "$server_out" "package of 2 bytes: hex 0101"
-  kill_at_once "$server"
+  end KILL "$server" 137
   await_end "$balance" 1
-}
-
-case_reconnect() {
-  start_server --port 0
-  start_link "$address"
-  await_line "$link_out" LINK_EVENT_UP
-  kill_at_once "$server"
-  start_server --port "${address#*:}"
-  await_line "$link_out" LINK_EVENT_CLOSED
-  echo "sent without a link" >&9
-  await_line "$link_out" LINK_EVENT_UP
-  await_line "$link_out" "19 bytes: sent without a link"
-  end_input_of_link
-  await_end "$link" 0
-  stop "$server"
 }
 
 case_failover() {
   start_server --port 0
-  start_link "$(dead_address)" "$address"
+  local first=$server first_address=$address
+  start_server --port 0
+  start_link "$first_address" "$address"
   await_line "$link_out" LINK_EVENT_UP
-  expect_holds "before the second server" LINK_EVENT_CONNECT_FAILED "${passed[*]:-}"
-  echo "for the second server" >&9
-  await_line "$link_out" "21 bytes: for the second server"
-  end_input_of_link
+  end KILL "$first" 137
+  await_line "$link_out" LINK_EVENT_CLOSED
+  echo "sent without a link" >&9
+  await_line "$link_out" LINK_EVENT_UP
+  await_line "$link_out" "19 bytes: sent without a link"
+  exec 9>&-
   await_end "$link" 0
-  stop "$server"
+  end INT "$server" 0
 }
 
-case_interrupt() {
+case_signals() {
+  local signal=TERM
+  # A Windows program is told of the end of its console, and these have none.
+  [[ -z ${FTCLIENT_WINE_SESSION:-} ]] || signal=INT
   start_server --port 0
   start_link "$address"
   await_line "$link_out" LINK_EVENT_UP
-  stop "$link"
-  end_input_of_link
+  end INT "$link" 0
   await_line "$server_out" closed
-  stop "$server"
-}
-
-case_terminate() {
-  start_server --port 0
-  kill -TERM "$server"
+  end "$signal" "$server" 0
   await_line "$server_out" stopped
-  await_end "$server" 0
-}
-
-expect_refused() { # part of the message, arguments of ftc...
-  run "${@:2}"
-  expect "status of ftc ${*:2}" 2 "$status"
-  expect_holds "ftc ${*:2}" "$1" "$output"
 }
 
 case_refusals() {
-  expect_refused "which command?"
-  expect_refused "dance" dance
-  expect_refused "--port is required" serve
-  expect_refused "--port: '65536' is not a decimal number from 0 to 65535" serve --port 65536
-  expect_refused "--port: '0x9' is not a decimal" serve --port 0x9
-  expect_refused "--host: 'localhost' is not a dotted IPv4" serve --port 0 --host localhost
-  expect_refused "--mode: loud not in" serve --port 0 --mode loud
-  expect_refused "--rate: is for --mode push only" serve --port 0 --rate 1
-  expect_refused "--answer: is for --mode balance only" serve --port 0 --mode push --answer x
-  expect_refused "--size: '5242868' is not a decimal" serve --port 0 --mode push --size 5242868
-  expect_refused "SERVER is required" link
-  expect_refused "'127.0.0.1' has no port" link 127.0.0.1
-  expect_refused "':1' has no host" link :1
-  expect_refused "'0' is not a port" link 127.0.0.1:0
-  expect_refused "'65536' is not a port" link 127.0.0.1:65536
-  expect_refused "'127.0.0.256' is not a dotted IPv4" link 127.0.0.256:1
-  expect_refused "'010.0.0.1' is not a dotted IPv4" link 127.0.0.1:1 010.0.0.1:1
-  expect_refused "At Most 5 required" link 127.0.0.1:{1,2,3,4,5,6}
-  expect_refused "--ask is required" balance localhost:1
-  expect_refused "--ask: '256' is not a decimal" balance localhost:1 --ask 256
-  expect_refused "'a b' is neither" balance "a b:1" --ask 1
-
+  local message arguments
+  while IFS=@ read -r message arguments; do
+    run $arguments
+    expect "status of ftc $arguments" 2 "$status"
+    expect_holds "ftc $arguments" "$message" "$output"
+  done <<'END'
+which command?@
+dance@dance
+--port is required@serve
+--port: '65536' is not a decimal number from 0 to 65535@serve --port 65536
+--host: 'localhost' is not a dotted IPv4@serve --port 0 --host localhost
+--mode: loud not in@serve --port 0 --mode loud
+--rate: is for --mode push only@serve --port 0 --rate 1
+--answer: is for --mode balance only@serve --port 0 --mode push --answer x
+--size: '5242868' is not a decimal@serve --port 0 --mode push --size 5242868
+'127.0.0.1' has no port@link 127.0.0.1
+':1' has no host@link :1
+'0' is not a port@link 127.0.0.1:0
+'127.0.0.256' is not a dotted IPv4@link 127.0.0.256:1
+'010.0.0.1' is not a dotted IPv4@link 127.0.0.1:1 010.0.0.1:1
+At Most 5 required@link 1.1.1.1:1 1.1.1.1:1 1.1.1.1:1 1.1.1.1:1 1.1.1.1:1 1.1.1.1:1
+--ask: '256' is not a decimal@balance localhost:1 --ask 256
+'a/b' is neither@balance a/b:1 --ask 1
+END
   start_server --port 0
   run serve --port "${address#*:}"
-  expect "port that is taken" \
-    "1 ftc: cannot listen on $address: the port is in use" "$status $output"
-  stop "$server"
+  expect "taken port" "1 ftc: cannot listen on $address: the port is in use" "$status $output"
+  end INT "$server" 0
   run serve --port 0 --host 192.0.2.1
-  expect "another machine's address" \
-    "1 ftc: cannot listen on 192.0.2.1:0: this machine does not have the address" "$status $output"
+  expect "another machine's address" "$status $output" \
+    "1 ftc: cannot listen on 192.0.2.1:0: this machine does not have the address"
 }
 
 case_help() { # FTC_VERSION is what the program calls its version
@@ -221,22 +226,17 @@ case_help() { # FTC_VERSION is what the program calls its version
   expect_holds "usage" "Usage: ftc link [OPTIONS] SERVER..." "$output"
 }
 
-# The examples take the client's place.
-
-case_host() {
+# Applications that take a server's address and port.
+run_application() { # input, expected output
   start_server --port 0
-  run 127.0.0.1 "${address#*:}"
-  expect_holds "answer" $'answer: hello' "$output"
-  stop "$server"
+  run "${address%:*}" "${address#*:}" <<<"$1"
+  expect "status and output" "0 $2" "$status $output"
+  end INT "$server" 0
 }
 
-case_poll_loop() {
-  local answers
-  start_server --port 0
-  answers=$(printf 'one\ntwo\nthree\n' | timeout "$limit" "${client[@]}" 127.0.0.1 "${address#*:}")
-  expect "answers" $'link event 1\npackage: one\npackage: two\npackage: three' "$answers"
-  stop "$server"
-}
+case_host() { run_application "" "answer: hello"; }
+case_poll_loop() { run_application $'one\ntwo' $'link event 1\npackage: one\npackage: two'; }
+case_msvc_abi() { run_application "" ""; }
 
 "case_$case_name"
-expect_none_running
+((${#running[@]} == 0)) || fail "still running: ${running[*]}"

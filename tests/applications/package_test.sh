@@ -3,24 +3,19 @@
 # usage: package_test.sh BUILD_DIRECTORY GENERATOR CXX
 set -euo pipefail
 
-build=$1
-generator=$2
-cxx=$3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
+cd "$work"
 
-cmake --install "$build" --prefix "$work/prefix" >"$work/log"
-cat >"$work/CMakeLists.txt" <<'END'
+cmake --install "$1" --prefix "$work/prefix" >log
+cat >CMakeLists.txt <<'END'
 cmake_minimum_required(VERSION 3.25)
 project(old_host LANGUAGES CXX)
-set(CMAKE_CXX_STANDARD 98)
-set(CMAKE_CXX_EXTENSIONS OFF)
 find_package(ftclient CONFIG REQUIRED)
 add_executable(old_host main.cpp)
-target_compile_options(old_host PRIVATE -pedantic -Wall -Wextra -Werror)
 target_link_libraries(old_host PRIVATE ftclient::ftclient)
 END
-cat >"$work/main.cpp" <<'END'
+cat >main.cpp <<'END'
 #include "client/clientdatasource.h"
 #include "client/ftwindow.h"
 
@@ -38,7 +33,8 @@ int main() {
 }
 END
 # CMake takes imported headers for system headers, whose warnings the compiler hides.
-cmake -S "$work" -B "$work/build" -G "$generator" -DCMAKE_CXX_COMPILER="$cxx" \
-  -DCMAKE_NO_SYSTEM_FROM_IMPORTED=ON -DCMAKE_PREFIX_PATH="$work/prefix" >"$work/log"
-cmake --build "$work/build"
-"$work/build/old_host"
+cmake -S . -B build -G "$2" -DCMAKE_CXX_COMPILER="$3" -DCMAKE_PREFIX_PATH="$work/prefix" \
+  -DCMAKE_CXX_STANDARD=98 -DCMAKE_CXX_EXTENSIONS=OFF -DCMAKE_NO_SYSTEM_FROM_IMPORTED=ON \
+  -DCMAKE_CXX_FLAGS="-pedantic -Wall -Wextra -Werror" >log
+cmake --build build
+build/old_host

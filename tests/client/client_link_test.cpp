@@ -1,18 +1,16 @@
-// What the client's calls answer in each of its states, and which of its links it listens to.
-#include <gtest/gtest.h>
-
+// From Link to UnLink or to the end of the process: what the calls answer in each state, which
+// server the client turns to, which of its links it listens to, and what it leaves behind.
 #include <climits>
-#include <memory>
-#include <optional>
-#include <string>
+#include <cstdlib>
+#include <random>
 
 #include "00shcode/ftmtsockimpl/engine_msgs.h"
 #include "client/client_slot.h"
 #include "client/comm_thread.h"
 #include "client/package.h"
 #include "tests/support/client_test.h"
-#include "tests/support/manual_clock.h"
-#include "tests/support/wait_until.h"
+#include "tests/support/clock.h"
+#include "tests/support/process.h"
 
 namespace testkit {
 namespace {
@@ -45,11 +43,11 @@ class ClientLink : public ClientTest {
   ClientWindow m_other_window{&m_client, 0x0500};
 };
 
-TEST_F(ClientLink, EveryStateGivesItsAnswersAndASecondLinkIsRefused) {
+TEST_F(ClientLink, EveryStateGivesItsAnswersAndUnLinkMakesRoomForOtherServers) {
   ScriptedServer other_server;
   ExpectNoClient();
   Peer peer = LinkWith(&m_server);
-  EXPECT_EQ(LinkOther(other_server), 0);
+  EXPECT_EQ(LinkOther(other_server), 0) << "a client runs";
   ExpectLinkTo(&peer);
 
   peer.Close();
@@ -60,34 +58,34 @@ TEST_F(ClientLink, EveryStateGivesItsAnswersAndASecondLinkIsRefused) {
   m_clock.Advance(kOneCheckMs);
   Peer second = TakeLink(&m_server);
   ExpectLinkTo(&second);
-
-  EXPECT_EQ(m_client.UnLink(), 0);
-  EXPECT_NE(second.WaitClosed(5s), LinkEnd::kStillOpen);
-  ExpectNoClient();
-  EXPECT_EQ(m_window.Next(0ms), std::nullopt) << "an end on request is not reported";
-  EXPECT_EQ(m_other_window.Next(0ms), std::nullopt);
-}
-
-TEST_F(ClientLink, UnLinkEmptiesNoWindowAndMakesRoomForOtherServers) {
-  ScriptedServer other_server;
-  Peer peer = LinkWith(&m_server);
-  peer.SendPackage("posted in time");
-  peer.Close();
+  second.SendPackage("posted in time");
+  second.Close();
   // Without a link there is no link id: the end, and all before it, has been posted.
   EXPECT_TRUE(WaitUntil([&] { return Ask("?") == -1; }, 5s));
-  m_client.UnLink();
+  EXPECT_EQ(m_client.UnLink(), 0);
+  ExpectNoClient();
 
   EXPECT_EQ(LinkOther(other_server), 1);
-  other_server.Accept(5s).SendPackage("new");
   EXPECT_EQ(m_other_window.Next(5s), LinkUp());
-  EXPECT_EQ(m_other_window.Next(5s), Package("new"));
+  Peer third = other_server.Accept(5s);
+  EXPECT_EQ(m_client.UnLink(), 0);
+  EXPECT_NE(third.WaitClosed(5s), LinkEnd::kStillOpen);
+  EXPECT_EQ(m_other_window.Next(0ms), std::nullopt) << "an end on request is not reported";
   EXPECT_EQ(m_window.Next(0ms), Package("posted in time"));
   EXPECT_EQ(m_window.Next(0ms), LinkClosed());
   EXPECT_EQ(m_window.Next(0ms), std::nullopt);
 }
 
-TEST_F(ClientLink, CopiesSpeakForTheSameClientAndEndIt) {
+TEST_F(ClientLink, CopiesActOnTheSameClientAndNewObjectsOnNoneUntilTheyLink) {
   Peer peer = LinkWith(&m_server);
+  CClientCommThread* const client = g_pClientCommThread;
+  {
+    CClientDataSource newcomer;  // forgets the client, which goes on
+    ExpectNoClient();
+    EXPECT_EQ(LinkOther(m_server), 1);
+    EXPECT_EQ(m_other_window.Next(5s), LinkUp());
+  }
+  g_pClientCommThread = client;
   {
     CClientDataSource copy(m_client);
     EXPECT_EQ((copy = m_client).AskData("x", 1), 0);
@@ -97,57 +95,128 @@ TEST_F(ClientLink, CopiesSpeakForTheSameClientAndEndIt) {
   EXPECT_NE(peer.WaitClosed(5s), LinkEnd::kStillOpen);
 }
 
-TEST_F(ClientLink, NewObjectForgetsTheClientThatGoesOn) {
-  Peer peer = LinkWith(&m_server);
-  CClientCommThread* const forgotten = g_pClientCommThread;
-
-  CClientDataSource newcomer;
-  ExpectNoClient();
-  EXPECT_EQ(LinkOther(m_server), 1);
-  EXPECT_EQ(m_other_window.Next(5s), LinkUp());
-  newcomer.UnLink();
-  peer.SendPackage("still delivered");
-  EXPECT_EQ(m_window.Next(5s), Package("still delivered"));
-  g_pClientCommThread = forgotten;
+TEST_F(ClientLink, ServersTakeTurnsAndAddressesThatCannotBeFailAtOnce) {
+  FastClock fast(3);
+  ScriptedServer first;
+  ScriptedServer second;
+  ScriptedServer never;
+  const int port = never.Port();
+  EXPECT_EQ(
+      m_client.Link(never.Host(), 0, nullptr, port, first.Host(), first.Port(), "localhost", port,
+                    second.Host(), second.Port(), m_window.Handle(), m_window.Message()),
+      1);
+  for (ScriptedServer* const server : {&first, &second, &first}) {
+    for (int i = server == &first ? 2 : 1; i > 0; --i)
+      EXPECT_EQ(m_window.Next(3s), ConnectFailed());
+    Peer peer = TakeLink(server);
+    server == &first ? peer.Close() : peer.Reset();
+    EXPECT_EQ(m_window.Next(5s), LinkClosed());
+  }
+  EXPECT_EQ(never.TryAccept(0ms), std::nullopt) << "a host that is no address was linked to";
 }
 
 // Plays the engine: posts its messages about a link to the running client.
-class PlayedLink {
- public:
-  explicit PlayedLink(const std::string& link_id) { m_link->link_id = link_id; }
+void Play(const std::string& link_id) {
+  const auto link = std::make_shared<FTLinkInfo>();
+  link->link_id = link_id;
+  const auto copy = [&] { return std::make_unique<FTLinkInfo>(*link); };
+  const auto post = [](FTMsg msg) { g_pClientCommThread->Post("", 1, std::move(msg)); };
+  auto package = std::make_unique<CFTBuffer>();
+  ft::EncodePkg(package.get(), "stale", 5);
+  post(FTRecvPkgMsg::Make(link.get(), std::move(package)));
+  post(FTConnectFailedMsg::Make(copy()));
+  post(FTLinkUpMsg::Make(copy(), copy()));
+  post(FTLinkClosedMsg::Make(copy(), FTCloseReason::kRecvFailed, link));
+}
 
-  void SendPackage(const Bytes& body) {
-    auto package = std::make_unique<CFTBuffer>();
-    ft::EncodePkg(package.get(), body.data(), static_cast<std::int32_t>(body.size()));
-    Post(FTRecvPkgMsg::Make(m_link.get(), std::move(package)));
-  }
-  void ComeUp() { Post(FTLinkUpMsg::Make(Copy(), std::make_unique<FTLinkInfo>())); }
-  void Fail() { Post(FTConnectFailedMsg::Make(Copy())); }
-  void Close() { Post(FTLinkClosedMsg::Make(Copy(), FTCloseReason::kRecvFailed, m_link)); }
+TEST_F(ClientLink, LinksThatWereReplacedOrHaveEndedAreNotHeard) {
+  Peer peer = LinkWith(&m_server);
+  Play("FF000000");
+  peer.SendPackage("fresh");
+  EXPECT_EQ(m_window.Next(5s), Package("fresh"));
+  EXPECT_EQ(m_window.Next(200ms), std::nullopt);
+  EXPECT_EQ(m_client.IsOnline(), 1);
+  peer.Close();
+  EXPECT_EQ(m_window.Next(5s), LinkClosed());
+  Play("01000000");  // the first link of a client
+  EXPECT_EQ(m_window.Next(200ms), std::nullopt);
+}
 
- private:
-  std::unique_ptr<FTLinkInfo> Copy() { return std::make_unique<FTLinkInfo>(*m_link); }
-  static void Post(FTMsg msg) { g_pClientCommThread->Post("", 1, std::move(msg)); }
+// UnLink and the end of the process give back all that the client held, at any moment.
+class ClientLifetime : public ClientTest {
+ protected:
+  ~ClientLifetime() override { EXPECT_TRUE(m_before.AreRestored(5s)) << m_before.Difference(); }
 
-  const std::shared_ptr<FTLinkInfo> m_link = std::make_shared<FTLinkInfo>();
+  const HeldResources m_before;
 };
 
-TEST_F(ClientLink, LinksThatWereReplacedAreNotHeardAnyMore) {
-  PlayedLink current("01000000");  // the first link of a client
-  PlayedLink replaced("FF000000");
-  Peer peer = LinkWith(&m_server);
-  replaced.SendPackage("stale");
-  replaced.Close();
-  replaced.Fail();
-  replaced.ComeUp();
-  current.SendPackage("fresh");
-  EXPECT_EQ(m_window.Next(5s), Package("fresh"));
-  EXPECT_EQ(m_client.IsOnline(), 1);
-  current.Close();
-  current.SendPackage("after the end");
-  current.Close();
-  EXPECT_EQ(m_window.Next(5s), LinkClosed());
-  EXPECT_EQ(m_window.Next(200ms), std::nullopt);
+// Each round unlinks after a delay of its own, while the first server accepts, refuses, is mute or
+// cannot be.
+TEST_F(ClientLifetime, UnLinkReturnsAtAnyTimeAndLeavesNothingBehind) {
+  EchoServer accepting;
+  ClosedPort refusing;
+  FullBacklogPort mute;
+  const Endpoint servers[] = {At(accepting), At(refusing), At(mute), {"", 0}};
+  std::mt19937 random(1);
+  for (int round = 0; round < 200; ++round) {
+    // Most delays lie within the first milliseconds, where the threads are being started.
+    const auto delay = std::chrono::microseconds(random() % (round % 3 == 0 ? 80000 : 3000));
+    ASSERT_EQ(Link({servers[random() % std::size(servers)], At(accepting)}), 1);
+    if (round % 4 != 0) std::this_thread::sleep_for(delay);
+    if (round % 2 == 0) Ask("?");
+    EXPECT_EQ(m_client.UnLink(), 0);
+    ASSERT_EQ(g_pClientCommThread, nullptr);
+  }
+  EXPECT_TRUE(accepting.WaitForOpenLinks(0, 5s));
+}
+
+// The memory checker sees a body that is lost.
+TEST_F(ClientLifetime, UnLinkWhilePackagesPourInLosesNoBody) {
+  EchoServer server;
+  for (const bool with_window : {true, false}) {
+    LinkWith(server);
+    if (!with_window) m_client.ChangeReceieveWnd(0, 0);
+    for (int i = 0; i < 2000; ++i) Ask(PatternBody(2000));
+    ASSERT_TRUE(server.WaitForPackages(with_window ? 1 : 2001, 10s));
+    m_client.UnLink();
+    m_window.Drain();
+  }
+}
+
+constexpr char kEarlyPort[] = "TEST_LINK_BEFORE_MAIN_TO_PORT";
+
+// Links before main when the test asks for it.
+struct Host {
+  Host() {
+    if (const char* const text = std::getenv(kEarlyPort)) port = std::atoi(text);
+    if (port != 0) LinkClient(&client, {{kLoopbackHost, port}}, 0, 0);
+  }
+
+  CClientDataSource client;
+  int port = 0;
+};
+
+Host g_host;
+
+[[noreturn]] void EndAtWork(CClientDataSource* client) {
+  ClientWindow window(client);
+  LinkClient(client, {{kLoopbackHost, g_host.port}}, 0, 0);  // refused to the one that has
+  if (!WaitUntil([&] { return client->IsOnline() == 1; }, 10s)) std::_Exit(2);
+  client->ChangeReceieveWnd(window.Handle(), window.Message());
+  for (int i = 0; i < 5000; ++i) client->AskData("request", 7);
+  std::exit(0);
+}
+
+// Each ends a process of its own without a word to its client: a global one, which links before
+// main and ends after it, and one that nobody ends beside another that nobody can reach any more.
+TEST(ClientExitDeathTest, ClientMayBeAtWorkBeforeMainAndAfterIt) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const EchoServer server;
+  SetVariable(kEarlyPort, std::to_string(server.Port()).c_str());
+  const ::testing::ExitedWithCode well(0);
+  EXPECT_EXIT(EndAtWork(&g_host.client), well, "^$");
+  EXPECT_EXIT(EndAtWork(new CClientDataSource), well, "^$");
+  SetVariable(kEarlyPort, "");
 }
 
 }  // namespace

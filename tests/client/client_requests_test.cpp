@@ -1,17 +1,13 @@
-// Requests and answers of one link, seen from both of its ends.
-#include <gtest/gtest.h>
-
+// Requests and answers of one link, seen from both of its ends, and where they are delivered: to
+// the window of the moment, to none, to one that is gone.
 #include <algorithm>
-#include <atomic>
 #include <climits>
 #include <map>
-#include <string>
-#include <thread>
 
-#include "tests/support/answering_server.h"
+#include "client/client_slot.h"
+#include "client/comm_thread.h"
 #include "tests/support/client_test.h"
-#include "tests/support/fast_clock.h"
-#include "tests/support/run_on_threads.h"
+#include "tests/support/clock.h"
 #include "tests/support/stderr_capture.h"
 
 namespace testkit {
@@ -21,7 +17,7 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t kLargestBody = 5242867;
 
-class ClientRequests : public ClientTest {};
+using ClientRequests = ClientTest;
 
 TEST_F(ClientRequests, RequestsStandOnTheWireAsPackagesAndRefusedOnesLeaveNoTrace) {
   ScriptedServer server;
@@ -47,33 +43,26 @@ TEST_F(ClientRequests, AnswersAreDeliveredInOrderWithTheirLengths) {
   const auto body = [&](std::uint32_t i) { return PatternBody(sizes[i % std::size(sizes)], i); };
   for (std::uint32_t i = 0; i < 240; ++i) ASSERT_EQ(Ask(body(i)), 0);
   for (std::uint32_t i = 0; i < 240; ++i) ASSERT_TRUE(m_window.Next(10s) == Package(body(i))) << i;
-  EXPECT_EQ(server.Fault(), "");
+  EXPECT_EQ(server.HasFault(), false);
 }
 
-TEST_F(ClientRequests, HeartbeatsAreSentAndOnlyWholeOnesAreKeptFromTheWindow) {
+TEST_F(ClientRequests, HeartbeatsAndDamagedPackagesVanishSilentlyAndForeignMarksDoNot) {
   FastClock fast(20);
+  StderrCapture lines;
   ScriptedServer server;
   Peer peer = LinkWith(&server);
   const Bytes heartbeat("HB\0", 3);
   for (const Bytes& other : {Bytes("HB"), Bytes("HBx"), Bytes(), Bytes("\0HB\0", 4)}) {
     peer.SendPackage(heartbeat);
-    peer.SendPackage(other);
+    peer.SendRaw(BuildHeader(4, CheckSum("good")) + "gOod");
+    peer.SendRaw(BuildHeader(0, BigEndian(0xFFFFFFFE)));
+    peer.SendRaw(BuildHeader(5, CheckSum("other"), 0xFFFFFFFF) + "other");
     peer.SendPackage(heartbeat + "more");
+    peer.SendPackage(other);
+    EXPECT_EQ(m_window.Next(5s), Package("other"));
     EXPECT_EQ(m_window.Next(5s), Package(other));
   }
-  EXPECT_EQ(peer.ReceiveExactly(15, 10s), FromHex("01 00 00 00 00 00 00 03 B7 BD FF FF 48 42 00"));
-}
-
-TEST_F(ClientRequests, DamagedPackagesVanishSilentlyAndForeignMarksDoNot) {
-  StderrCapture lines;
-  ScriptedServer server;
-  Peer peer = LinkWith(&server);
-  peer.SendRaw(BuildHeader(4, CheckSum("good")) + "gOod");
-  peer.SendRaw(BuildHeader(0, FromHex("FF FF FF FE")));
-  peer.SendRaw(BuildHeader(5, CheckSum("other"), 0xFFFFFFFF) + "other");
-  peer.SendPackage("good");
-  EXPECT_EQ(m_window.Next(5s), Package("other"));
-  EXPECT_EQ(m_window.Next(5s), Package("good"));
+  EXPECT_EQ(peer.ReceiveExactly(15, 10s), HeartbeatPackage()) << "the client sends its own";
   EXPECT_EQ(m_client.IsOnline(), 1);
   EXPECT_EQ(lines.Text(), "");
 }
@@ -89,46 +78,81 @@ TEST_F(ClientRequests, LargestBodyIsDeliveredAndLongerOnesEndTheLink) {
     peer.SendPackage(largest);
     EXPECT_TRUE(m_window.Next(10s) == Package(largest));
     // The header alone is enough: nobody waits for a body that will not be taken.
-    peer.SendRaw(BuildHeader(length, FromHex("FF FF FF FF")));
+    peer.SendRaw(BuildHeader(length, BigEndian(0xFFFFFFFF)));
     EXPECT_EQ(m_window.Next(5s), LinkClosed()) << std::hex << length;
     EXPECT_NE(peer.WaitClosed(5s), LinkEnd::kStillOpen);
   }
   EXPECT_GE(lines.LinesWith("Link down with[127.0.0.1]: Pkg is too big.").size(), 1U);
 }
 
-TEST_F(ClientRequests, RequestsOfOneThreadKeepTheirOrderAmongThoseOfOthers) {
-  constexpr int kRequestsEach = 400;
-  constexpr std::size_t kAll = 4 * kRequestsEach;
+TEST_F(ClientRequests, RequestsOfOneThreadKeepTheirOrderWhileOthersAskAndSwitchWindows) {
   EchoServer server;
   ClientWindow other(&m_client);
   LinkWith(server);
-  std::atomic<bool> done{false};
-  std::thread switching([&] {
-    while (!done) {
-      m_client.ChangeReceieveWnd(other.Handle(), other.Message());
-      m_client.ChangeReceieveWnd(m_window.Handle(), m_window.Message());
-    }
-  });
-  RunOnThreads(4, [&](int thread) {
-    const Bytes name = std::to_string(thread);
-    for (int i = 0; i < kRequestsEach; ++i) {
-      EXPECT_EQ(Ask(name + std::to_string(i)), 0);
+  RunOnThreads(5, [&](int thread) {
+    for (int i = 0; i < 400; ++i) {
+      const ClientWindow& window = i % 2 == 0 ? other : m_window;
+      if (thread == 4) m_client.ChangeReceieveWnd(window.Handle(), window.Message());
+      EXPECT_EQ(thread == 4 ? 0 : Ask(std::to_string(thread) + std::to_string(i)), 0);
       EXPECT_EQ(m_client.IsOnline(), 1);
     }
   });
-  EXPECT_TRUE(server.WaitForPackages(kAll, 10s));
-  done = true;
-  switching.join();
+  EXPECT_TRUE(server.WaitForPackages(1600, 10s));
   std::map<char, int> next;
-  for (const Arrival& arrival : server.Packages()) {
-    EXPECT_EQ(arrival.body.substr(1), std::to_string(next[arrival.body[0]]++));
+  for (const Bytes& arrival : server.Packages()) {
+    EXPECT_EQ(arrival.substr(1), std::to_string(next[arrival[0]]++));
   }
-  const auto next_delivered = [&] {
-    return m_window.Next(0ms) || other.Next(0ms) || m_window.Next(5s) || other.Next(0ms);
-  };
-  std::size_t delivered = 0;
-  while (delivered < kAll && next_delivered()) ++delivered;
-  EXPECT_EQ(delivered, kAll);
+  const auto is_delivered = [&] { return m_window.Next(0ms) || other.Next(0ms); };
+  for (int i = 0; i < 1600; ++i) ASSERT_TRUE(WaitUntil(is_delivered, 10s)) << i;
+}
+
+using ClientWindows = ClientTest;
+
+TEST_F(ClientWindows, LaterWindowGetsNothingThatCameBeforeIt) {
+  FastClock fast(10);
+  ScriptedServer server;
+  const unsigned int nowhere[][2] = {{0, m_window.Message()}, {m_window.Handle(), 0}};
+  for (const auto& [window, message] : nowhere) {
+    ASSERT_EQ(LinkClient(&m_client, {At(server)}, window, message), 1);
+    Peer peer = server.Accept(5s);
+    peer.SendPackage("kept");
+    peer.Close();
+    // The client links again only when it is done with all that the first link brought.
+    Peer again = server.Accept(5s);
+    EXPECT_EQ(m_window.Next(0ms), std::nullopt);
+    m_client.ChangeReceieveWnd(m_window.Handle(), m_window.Message());
+    again.SendPackage("late");
+    std::optional<Notification> first = m_window.Next(5s);
+    if (first == LinkUp()) first = m_window.Next(5s);  // the second link's, still in time
+    EXPECT_EQ(first, Package("late"));
+
+    char* const kept = g_pClientCommThread->PopRecvPkg();
+    ASSERT_NE(kept, nullptr);
+    EXPECT_EQ(Bytes(kept, 8), Bytes("\4\0\0\0kept", 8));
+    m_client.FreeBuffer(kept);
+    m_client.UnLink();
+  }
+}
+
+TEST_F(ClientWindows, DestroyedWindowStopsNeitherTheLinkNorItsSuccessor) {
+  EchoServer server;
+  LinkWith(server);
+  const Bytes big = PatternBody(20000);
+  constexpr std::size_t kRequests = 500;
+  for (std::size_t i = 0; i < kRequests; ++i) {
+    EXPECT_EQ(Ask(big), 0);
+    if (i == kRequests / 2) {
+      EXPECT_EQ(m_window.Next(5s), Package(big));
+      m_window.Destroy();  // with packages in it, and more on their way
+    }
+  }
+  EXPECT_TRUE(server.WaitForPackages(kRequests, 10s));
+  EXPECT_EQ(m_client.IsOnline(), 1);
+
+  ClientWindow next(&m_client, 0x0500);
+  m_client.ChangeReceieveWnd(next.Handle(), next.Message());
+  EXPECT_EQ(Ask("for the next window"), 0);
+  EXPECT_TRUE(next.WaitFor(Package("for the next window"), 10s));
 }
 
 }  // namespace

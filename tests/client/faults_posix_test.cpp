@@ -2,22 +2,15 @@
 // The wait is counted in whole seconds of the wall clock and looked at on a timer of the tick
 // clock; the tests move each by itself.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <climits>
-#include <future>
-#include <optional>
 #include <stdexcept>
 
 #include "00shcode/mytoolkit/clock.h"
 #include "tests/support/client_test.h"
-#include "tests/support/dead_ports.h"
-#include "tests/support/fast_clock.h"
-#include "tests/support/manual_clock.h"
+#include "tests/support/clock.h"
 #include "tests/support/posix/faults.h"
-#include "tests/support/wait_until.h"
 
 namespace testkit {
 namespace {
@@ -35,7 +28,7 @@ class ClientFaults : public ClientTest {
     try {
       do {
         peer->SendHeartbeat();
-        peer->SendRaw(BuildHeader(1, FromHex("00 00 00 00")) + "x");
+        peer->SendRaw(BuildHeader(1, BigEndian(0)) + "x");
         if (auto next = m_window.Next(20ms)) return next;
       } while (steady_clock::now() < end);
       return std::nullopt;
@@ -64,27 +57,6 @@ TEST_F(ClientFaults, WaitEndsWithTheLinkThatItClosed) {
   EXPECT_EQ(NextWithoutAnswer(&next, 600ms), std::nullopt);
 }
 
-TEST_F(ClientFaults, EightWholeSecondsAreNotTooLong) {
-  Peer peer = LinkWith(&m_server);
-  for (int attempt = 0; attempt < 5; ++attempt) {
-    const auto before = ft::GetNowTime().seconds;
-    ASSERT_TRUE(WaitUntil([&] { return ft::GetNowTime().seconds != before; }, 5s));
-    const auto asked = ft::GetNowTime().seconds;
-    ASSERT_EQ(Ask("?"), 0);
-    m_wall.SetWallClock(8);
-    const auto ended = NextWithoutAnswer(&peer, 500ms);
-    if (ft::GetNowTime().seconds == asked + 8) {
-      EXPECT_EQ(ended, std::nullopt);
-      return;
-    }
-    // A machine that was busy for the rest of that second has shown nothing.
-    m_client.UnLink();
-    m_window.Drain();
-    peer = LinkWith(&m_server);
-  }
-  FAIL() << "the machine is too busy";
-}
-
 TEST_F(ClientFaults, OnlyWhatWasAskedAndNotAnsweredIsWaitedFor) {
   Peer peer = LinkWith(&m_server);
   EXPECT_EQ(m_client.AskData("refused", unsigned{INT_MAX} - 11), -1);
@@ -98,9 +70,16 @@ TEST_F(ClientFaults, OnlyWhatWasAskedAndNotAnsweredIsWaitedFor) {
   m_wall.SetWallClock(60);
   EXPECT_EQ(NextWithoutAnswer(&peer, 600ms), std::nullopt);
 
+  const auto before = ft::GetNowTime().seconds;
+  ASSERT_TRUE(WaitUntil([&] { return ft::GetNowTime().seconds != before; }, 5s));
   EXPECT_EQ(m_client.AskData(nullptr, 10), 0);  // sends nothing, and waits all the same
-  m_wall.SetWallClock(kTooLongSec);
-  EXPECT_EQ(NextWithoutAnswer(&peer, 5s), LinkClosed());
+  const auto asked = ft::GetNowTime().seconds;
+  m_wall.SetWallClock(8);
+  auto ended = NextWithoutAnswer(&peer, 500ms);
+  const bool was_in_time = ft::GetNowTime().seconds == asked + 8;  // unless the machine is busy
+  EXPECT_FALSE(was_in_time && ended) << "eight whole seconds are not too long";
+  m_wall.SetWallClock(1);
+  EXPECT_EQ(ended ? ended : NextWithoutAnswer(&peer, 5s), LinkClosed());
 }
 
 TEST_F(ClientFaults, RequestDuringTheConnectIsLostAndEndsTheConnect) {
@@ -132,13 +111,13 @@ TEST_F(ClientFaults, AStandardErrorThatNobodyReadsStopsNoCallOfTheApplication) {
   dup2(pipe_ends[1], STDERR_FILENO);
   EXPECT_EQ(Ask("?"), 0);
   m_wall.SetWallClock(kTooLongSec);
-  auto calls = std::async(std::launch::async, [&] {
-    return WaitUntil([&] { return m_client.IsOnline() == 0; }, 10s) && Ask("?") <= 0;
-  });
-  EXPECT_EQ(calls.wait_for(15s), std::future_status::ready);
+  EXPECT_TRUE(WaitUntil([&] { return m_client.IsOnline() == 0; }, 10s));
+  EXPECT_LE(Ask("?"), 0);
+  const auto begin = steady_clock::now();
+  m_client.UnLink();
+  EXPECT_LT(steady_clock::now() - begin, 5s);
   dup2(own, STDERR_FILENO);
   for (const int descriptor : {own, pipe_ends[0], pipe_ends[1]}) close(descriptor);
-  EXPECT_TRUE(calls.get());
 }
 
 // The client's own thread, the engine with its three, and two for a link.

@@ -1,3 +1,4 @@
+// Threads, their locks and their log lines.
 #include "00shcode/mytoolkit/thread.h"
 
 #include <gtest/gtest.h>
@@ -5,16 +6,17 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <ctime>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "00shcode/mytoolkit/clock.h"
 #include "00shcode/mytoolkit/event.h"
 #include "00shcode/mytoolkit/rw_lock.h"
-#include "tests/support/mailbox.h"
-#include "tests/support/process_usage.h"
-#include "tests/support/run_on_threads.h"
+#include "tests/support/process.h"
 #include "tests/support/stderr_capture.h"
+#include "tests/support/threads.h"
 
 using namespace testkit;
 using namespace std::chrono_literals;
@@ -23,120 +25,78 @@ namespace {
 
 using Steps = std::vector<std::string>;
 
-class Worker : public CMyThread {
- public:
-  bool IsOwnThread() const { return GetThreadId() == platform::CurrentThreadId(); }
-
-  Mailbox<std::string> m_steps;  // what ran on the worker; passes only once
-  std::atomic<int> m_passes{0};
-  std::int32_t m_enter_result = 0;
-  std::string m_halt_at;  // the step that lasts until m_go holds something
-  Mailbox<int> m_go;
-
-  void LetGoAndJoin() {
-    m_go.Push(1);
-    WaitThreadExit();
-  }
-
- protected:
+struct Worker : CMyThread {
   std::int32_t OnEnterThread() override {
     Take("enter");
-    CMyThread::OnEnterThread();
-    return m_enter_result;
+    return CMyThread::OnEnterThread();
   }
   std::int32_t RunOnce() override {
-    if (m_passes++ == 0) Take("pass");
+    Take("pass");
     return -1;  // not looked at
   }
   void OnExitThread() override {
     Take("exit");
     CMyThread::OnExitThread();
   }
-
- private:
   void Take(const std::string& step) {
-    m_steps.Push(IsOwnThread() ? step : step + " on another thread");
-    if (step == m_halt_at) m_go.WaitFor(1, 20s);
+    EXPECT_EQ(GetThreadId(), platform::CurrentThreadId());
+    m_steps.Push(step);
+    if (step == m_halt_at) m_go.Take(20s);
   }
+
+  Mailbox<std::string> m_steps;
+  std::string m_halt_at;  // the step that lasts until the test lets go
+  Mailbox<int> m_go;
 };
 
-// Fails when two threads are inside at the same time.
-struct Room {
-  std::atomic<int> m_visitors{0};
-
-  void Visit() {
-    EXPECT_EQ(m_visitors.fetch_add(1), 0);
-    std::this_thread::yield();
-    m_visitors.fetch_sub(1);
-  }
-};
-
-}  // namespace
-
-TEST(Thread, FinishesThePassUnderWayAndCountsUntilItIsJoined) {
+TEST(Thread, KeepsStopsOfThisStartAloneAndCountsUntilItIsJoined) {
+  const HeldResources held;
   const std::int32_t before = CMyThread::GetThreadCount();
   Worker worker;
-  worker.m_halt_at = "pass";
-  EXPECT_TRUE(worker.IsOwnThread());
-  ASSERT_EQ(worker.StartThread(0), 0);
-  ASSERT_TRUE(worker.m_steps.WaitFor(2, 10s));
-  EXPECT_EQ(worker.IsRunning(), 1);
-  worker.StopThread();
-  EXPECT_EQ(worker.IsRunning(), 0);
-  EXPECT_EQ(CMyThread::GetThreadCount(), before + 1);
-  worker.LetGoAndJoin();
-  worker.WaitThreadExit();
-  EXPECT_EQ(CMyThread::GetThreadCount(), before) << "a second join does nothing";
-  EXPECT_EQ(worker.m_passes, 1);
-  EXPECT_EQ(worker.m_steps.All(), (Steps{"enter", "pass", "exit"}));
-  EXPECT_FALSE(worker.IsOwnThread());
-}
-
-TEST(Thread, KeepsAStopFromBeforeItHasEntered) {
-  Worker worker;
-  worker.m_halt_at = "enter";
-  ASSERT_EQ(worker.StartThread(0), 0);
-  worker.StopThread();
-  worker.LetGoAndJoin();
-  EXPECT_EQ(worker.m_steps.All(), (Steps{"enter", "exit"}));
-}
-
-TEST(Thread, ForgetsOlderStopsWhenItStarts) {
-  const HeldResources held;
-  Worker worker;
-  for (std::size_t start = 0; start < 2; ++start) {
-    worker.StopThread();
-    worker.m_passes = 0;
+  Steps expected;
+  const Steps starts[] = {{"enter", "pass"}, {"enter"}, {"enter", "pass"}};
+  for (const Steps& steps : starts) {
+    worker.m_halt_at = steps.back();
+    expected.insert(expected.end(), steps.begin(), steps.end());
     ASSERT_EQ(worker.StartThread(256 * 1024), 0);
-    EXPECT_TRUE(worker.m_steps.WaitFor(3 * start + 2, 10s)) << "start " << start;
+    EXPECT_TRUE(worker.m_steps.WaitFor(expected.size(), 10s));
+    EXPECT_EQ(worker.IsRunning(), steps.size() - 1);
     worker.StopThread();
-    worker.WaitThreadExit();
+    EXPECT_EQ(worker.IsRunning(), 0);
+    EXPECT_EQ(CMyThread::GetThreadCount(), before + 1);
+    worker.m_go.Push(1);
+    for (int joins = 0; joins < 2; ++joins) worker.WaitThreadExit();
+    EXPECT_EQ(CMyThread::GetThreadCount(), before);
+    expected.push_back("exit");
+    EXPECT_EQ(worker.m_steps.All(), expected) << "the step under way was finished";
   }
   EXPECT_TRUE(held.AreRestored(5s)) << held.Difference();
 }
 
-TEST(Thread, EndsBeforeItsLoopWhenItCannotEnter) {
-  Worker worker;
-  worker.m_enter_result = -1;
-  worker.SetThreadName("broken");
-  const StderrCapture err;
-  ASSERT_EQ(worker.StartThread(0), 0);
-  worker.WaitThreadExit();
-  EXPECT_EQ(worker.m_steps.All(), Steps{"enter"});
-  const std::string line = "OnEnterThread[broken] return failed, will exit now.";
-  EXPECT_EQ(err.LinesWith(",mytoolkit.cp,2945,-2,>-1: " + line).size(), 1U) << err.Text();
+#ifndef NDEBUG
+TEST(ThreadDeathTest, AThreadIsNeitherLostNorLeftRunning) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto start = [](int times) {
+    CMyThread worker;
+    for (; times > 0; --times) worker.StartThread(0);
+  };
+  EXPECT_DEATH(start(2), "m_thread_handle");
+  EXPECT_DEATH(start(1), "m_thread_handle");
 }
+#endif
 
 TEST(Lock, AdmitsOneThreadInAnyModeUntilReleasedAsOftenAsTaken) {
   CFTRwLock lock;
-  Room room;
+  std::atomic<int> inside{0};
   RunOnThreads(4, [&](int thread) FT_UNCHECKED {
     const std::int32_t mode = thread % 2 == 0 ? CFTRwLock::kRead : CFTRwLock::kWrite;
     for (int i = 0; i < 1000; ++i) {
       const CFTAutoLock no_lock(nullptr, mode);
       const CFTAutoLock outer(&lock, mode);
       { const CFTAutoLock inner(&lock, mode); }
-      room.Visit();
+      EXPECT_EQ(inside++, 0);
+      std::this_thread::yield();
+      --inside;
     }
   });
 }
@@ -145,8 +105,7 @@ TEST(Event, KeepsAtMostOneSignalAndIsNeverShortOfItsTime) {
   CFTLock lock;
   CFTEvent event;
   const CFTScopedLock guard(&lock);
-  event.Set();
-  event.Set();
+  for (int i = 0; i < 2; ++i) event.Set();
   EXPECT_EQ(event.WaitUnlocked(&lock, 0), 0);
   for (const std::uint32_t milliseconds : {0U, 1U, 1995U}) {
     const auto start = std::chrono::steady_clock::now();
@@ -155,41 +114,51 @@ TEST(Event, KeepsAtMostOneSignalAndIsNeverShortOfItsTime) {
   }
 }
 
-// A lost wake-up leaves both sides waiting for ever, a lock not taken again lets them meet.
-TEST(Event, HandsOverUnderTheLockWithoutLosingAWakeUp) {
-  CFTLock lock;
-  CFTEvent changed[2];
-  Room room;
-  int turn = 0;
-  RunOnThreads(2, [&](int self) FT_UNCHECKED {
-    const CFTScopedLock guard(&lock);
-    for (int round = 0; round < 20000; ++round) {
-      while (turn != self) changed[self].WaitUnlocked(&lock, 0xFFFFFFFFU);
-      turn = 1 - self;
-      changed[turn].Set();
-      room.Visit();
-    }
-  });
+constexpr std::int64_t kSeconds = 946684798;  // two before the year 2000 in UTC
+
+void UseTimeZone(const char* zone) {
+  SetVariable("TZ", zone);
+  tzset();
 }
 
-// Debug builds alone look at it.
-TEST(ThreadDeathTest, AThreadIsNeitherLostNorLeftRunning) {
-#ifndef NDEBUG
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_DEATH(
-      {
-        CMyThread worker;
-        worker.StartThread(0);
-        worker.StartThread(0);
-      },
-      "m_thread_handle");
-  EXPECT_DEATH(
-      {
-        CMyThread worker;
-        worker.StartThread(0);
-      },
-      "m_thread_handle");
-#else
-  GTEST_SKIP() << "this build has no assertions";
-#endif
+std::string WithStampsOfNowCut(std::string text) {
+  std::size_t at;
+  while ((at = text.find("<20")) != std::string::npos) text.replace(at, 20, "<now");
+  return text;
 }
+
+TEST(Log, LinesHaveTheirFieldsInPlaceUpToTheThreshold) {
+  CMyThread log;
+  const StderrCapture err;
+  UseTimeZone("UTC0");
+  log.WriteLogEx(kSeconds, 89, "src/file.cpp", 73, "tag", 0, 0, "%s %d\n", "text", 5);
+  log.WriteLogEx(kSeconds, 7, "c:\\src\\exactly12.cp", 1, nullptr, -2, -1, "no line end");
+  UseTimeZone("WST+01:00");
+  log.WriteLogEx(kSeconds, 999, "src/thirteen_.cpp", 123456, "", -12, 10054, "|%%|\n");
+  log.WriteLogEx(kSeconds, 0, "dir/", 1, "", 0, 0, "\n");
+  for (const std::int32_t code : {-7, 0, 1, 11}) {
+    log.WriteLog("a/b.cpp", 5, code, "%d\n", code);
+    log.WriteLogEx(0, 89, "a/b.cpp", 5, "full", code, 0, "%d\n", code);
+  }
+  EXPECT_EQ(WithStampsOfNowCut(err.Text()),
+            "<19991231 235958.089,    file.cpp,73, 0,tag>0: text 5\n"
+            "<19991231 235958.007,exactly12.cp,1,-2,>-1: no line end"
+            "<19991231 225958.999,thirteen_.cp,123456,-12,>10054: |%|\n"
+            "<now,            ,1, 0,>0: \n"
+            "<now,       b.cpp,5,-2,>-7: -7\n"
+            "<now,       b.cpp,5,-7,full>0: -7\n"
+            "<now,       b.cpp,5, 0,>0: 0\n"
+            "<now,       b.cpp,5, 0,full>0: 0\n");
+}
+
+TEST(LocalTime, SundayIsTheSeventhDayOfTheWeek) {
+  UseTimeZone("UTC0");
+  for (int day = 5; day <= 7; ++day) {  // from a Friday on
+    const std::int64_t seconds = kSeconds + (day - 5) * 86400;
+    int weekday = 0;
+    ft::SplitLocalTime(seconds, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &weekday);
+    EXPECT_EQ(weekday, day);
+  }
+}
+
+}  // namespace

@@ -1,51 +1,35 @@
 // What the system may do to a link: short and interrupted calls, full queues, no descriptors, no
 // threads.
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/resource.h>
+#include <gmock/gmock.h>
 
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
-#include <memory>
-#include <string>
-#include <vector>
+#include <tuple>
+#include <utility>
 
-#include "00shcode/mytoolkit/text.h"
-#include "tests/support/answering_server.h"
-#include "tests/support/fast_clock.h"
+#include "tests/protocol/protocol_kit.h"
+#include "tests/support/clock.h"
 #include "tests/support/posix/faults.h"
-#include "tests/support/process_usage.h"
-#include "tests/support/release_counter.h"
-#include "tests/support/test_protocol.h"
-#include "tests/support/wait_until.h"
+#include "tests/support/process.h"
 
 namespace testkit {
 namespace {
 
 using namespace std::chrono_literals;
-using Kind = LinkEvent::Kind;
+using std::chrono::steady_clock;
 
 constexpr std::int32_t kQueueLimit = 200000000;
 
+// Faults are ordered before a link's threads exist, so that all their calls meet them.
 class Faults : public testing::Test {
  protected:
   void SetUp() override { m_protocol.StartAlone(); }
 
-  std::int32_t Send(const std::string& id, CFTBuffer* pkg,
-                    FTSendMode mode = FTSendMode::kWithinLimits) {
-    return m_protocol.SendPkg(id, pkg, &ReleaseCounter::Release, mode, FTOnRefusal::kRelease, 3);
+  std::int32_t Send(const std::string& id, CFTBuffer* pkg) {
+    return m_protocol.SendPkg(id, pkg, &ReleaseCounter::Release, FTSendMode::kWithinLimits,
+                              FTOnRefusal::kRelease, 3);
   }
-
-  // A package of this length whose bytes do not matter: its memory is never touched.
-  static CFTBuffer* NewNothing(std::int32_t length) {
-    auto buffer = std::make_unique<CFTBuffer>(static_cast<std::uint32_t>(length));
-    buffer->CommitWrite(length);
-    return buffer.release();
-  }
-
-  // Before the link's threads exist, so that all their calls meet it.
-  void RefuseToSend() { m_faults.Fail(Call::kSend, EAGAIN, 2000000); }
 
   ScriptedServer m_server;
   const ReleaseCounter m_released;
@@ -62,52 +46,43 @@ TEST_F(Faults, SingleBytesAndInterruptedCallsMakePackagesToo) {
   const Bytes large = PatternBody(2500);
   const Bytes stream = BuildPackage("a") + BuildPackage("") + BuildPackage(large);
   link.peer.SendRaw(stream);
-  for (const Bytes& body : {Bytes("a"), Bytes(), large}) {
+  for (const Bytes& body : {Bytes("a"), Bytes(), large})
     EXPECT_EQ(m_protocol.ReceivePackage(), body);
-  }
   EXPECT_EQ(m_protocol.LinesWith("Recv msg count[1] ").size(), 3U);
   EXPECT_EQ(m_protocol.LinesWith("Recv msg count[0] ").size(), stream.size() - 3);
   EXPECT_EQ(m_faults.Pending(), 0U);
   EXPECT_EQ(m_protocol.IsLinkUp(link.id), 1);
 }
 
-TEST_F(Faults, PartsOfPackagesGoOutWhereTheLastOnesEndedAndAllAreReleasedOnce) {
+// Queued while the send thread reports room: they leave together, and each part where the last one
+// ended.
+TEST_F(Faults, PackagesLeaveTogetherInPartsAndAreReleasedOnce) {
   m_faults.AtMost(Call::kSend, 4000);
   m_faults.Fail(Call::kSend, EAGAIN, 3);
   m_faults.Fail(Call::kSend, EINTR, 4);
-  auto link = m_protocol.OpenLink(m_server);
   const Bytes first = PatternBody(30000, 1);
   const Bytes second = PatternBody(5000, 2);
   const FTBufferPtr own(NewBuffer("mine"));
-  ASSERT_EQ(Send(link.id, NewBuffer(first)), 0);
-  ASSERT_EQ(Send(link.id, NewBuffer(second)), 0);
-  ASSERT_EQ(m_protocol.SendPkg(link.id, own.get(), nullptr, FTSendMode::kWithinLimits,
-                               FTOnRefusal::kRelease, 3),
-            0);
+  TestProtocol protocol(FTEventMode::kDirect);
+  bool queued = false;
+  protocol.On().space = [&](const FTLinkInfo& link) {
+    if (std::exchange(queued, true)) return;
+    for (CFTBuffer* const pkg : {NewBuffer(first), NewBuffer(second), own.get()}) {
+      protocol.SendPkg(link.link_id, pkg, pkg == own.get() ? nullptr : &ReleaseCounter::Release,
+                       FTSendMode::kWithinLimits, FTOnRefusal::kRelease, 3);
+    }
+  };
+  protocol.Start();
+  auto link = protocol.OpenLink(m_server);
   EXPECT_EQ(link.peer.ReceiveExactly(35004, 10s), first + second + "mine");
-  EXPECT_TRUE(m_protocol.CountersReturnToZero());
+  EXPECT_TRUE(protocol.CountersReturnToZero());
   EXPECT_TRUE(m_released.Reaches(2, 10s)) << m_released.Count();
-  std::size_t sent = 0;
-  for (const SendCall& call : m_faults.Sends()) {
-    if (call.result > 0) sent += static_cast<std::size_t>(call.result);
-  }
-  EXPECT_EQ(sent, 35004U);
-  EXPECT_EQ(m_protocol.IsLinkUp(link.id), 1);
-  m_protocol.Stop();
+  std::size_t writes = 0;
+  for (const SendCall& call : m_faults.Sends()) writes += call.result > 0 ? 1 : 0;
+  EXPECT_EQ(writes, 9U);  // 35,004 bytes in parts of 4,000
+  EXPECT_EQ(protocol.IsLinkUp(link.id), 1);
+  protocol.Stop();
   EXPECT_EQ(own->GetDataLen(), 0) << "without a release function it stays the sender's";
-}
-
-TEST_F(Faults, SmallPackagesLeaveTogether) {
-  m_faults.Fail(Call::kSend, EAGAIN, 1);
-  auto link = m_protocol.OpenLink(m_server);
-  ASSERT_EQ(Send(link.id, NewBuffer("first")), 0);
-  ASSERT_TRUE(WaitUntil([&] { return m_faults.Pending() == 0; }, 10s));
-  m_faults.Fail(Call::kSend, EAGAIN, 20);
-  for (int i = 0; i < 100; ++i) ASSERT_EQ(Send(link.id, NewBuffer("small")), 0);
-  EXPECT_TRUE(link.peer.ReceiveExactly(505, 10s));
-  std::size_t successful = 0;
-  for (const SendCall& call : m_faults.Sends()) successful += call.result > 0 ? 1 : 0;
-  EXPECT_LE(successful, 10U);
 }
 
 TEST_F(Faults, AFailedSendEndsTheLinkAndItsPackagesAreReleasedOnce) {
@@ -117,48 +92,21 @@ TEST_F(Faults, AFailedSendEndsTheLinkAndItsPackagesAreReleasedOnce) {
   EXPECT_EQ(m_protocol.WaitClosed(), FTCloseReason::kSendFailed);
   EXPECT_EQ(m_faults.Sends().size(), 1U);
   EXPECT_EQ(m_protocol.IsLinkUp(link.id), 0);
-  const auto lines = m_protocol.LinesWith("Link down with[127.0.0.1]: Send error, SslErrCode[0]\n");
-  ASSERT_EQ(lines.size(), 1U);
-  EXPECT_EQ(lines[0].line, 2688);
-  EXPECT_EQ(lines[0].level_code, -1);
+  ExpectLines(m_protocol, "Link down", Lines{LinkDown(2688, "Send error, SslErrCode[0]")});
   const FastClock towards_reaping(20);
   EXPECT_TRUE(m_released.Reaches(3, 10s)) << m_released.Count();
 }
 
-TEST_F(Faults, AFailedReceiveEndsTheLink) {
-  m_faults.Fail(Call::kReceive, ETIMEDOUT, 1);
-  auto link = m_protocol.OpenLink(m_server);
-  link.peer.SendPackage("never read");
-  EXPECT_EQ(m_protocol.WaitClosed(), FTCloseReason::kRecvFailed);
-}
-
-TEST_F(Faults, AQueueTakesItsLimitAndMoreOnlyByForceOrAsItsFirstPackage) {
-  RefuseToSend();
-  auto link = m_protocol.OpenLink(m_server);
-  auto second = m_protocol.OpenLink(m_server);
-  ASSERT_EQ(Send(link.id, NewNothing(kQueueLimit - 10)), kSendQueued);
-  EXPECT_EQ(Send(link.id, NewNothing(11)), kSendTooMuch);
-  EXPECT_EQ(Send(link.id, NewNothing(10)), kSendQueued);
-  EXPECT_EQ(Send(link.id, NewNothing(1)), kSendTooMuch);
-  EXPECT_EQ(Send(link.id, NewNothing(11), FTSendMode::kForced), kSendQueued);
-  EXPECT_EQ(m_protocol.State().queued_send_bytes, kQueueLimit + 11);
-  EXPECT_EQ(Send(second.id, NewNothing(kQueueLimit + 1)), kSendQueued);
-  EXPECT_EQ(Send(second.id, NewNothing(1)), kSendTooMuch);
-  EXPECT_GT(m_faults.Pending(), 0U) << "something was sent: the test saw nothing";
-  m_protocol.Stop();
-}
-
 TEST_F(Faults, RoomIsReportedTwiceASecondBelowFourFifthsOfTheLimit) {
-  RefuseToSend();
-  auto link = m_protocol.OpenLink(m_server);
-  const auto begin = std::chrono::steady_clock::now();
+  m_faults.Fail(Call::kSend, EAGAIN, 2000000);
+  const auto link = m_protocol.OpenLink(m_server);
+  const auto begin = steady_clock::now();
   for (int i = 0; i < 4; ++i) {
     const auto report = m_protocol.Spaces().Take(10s);
     ASSERT_TRUE(report && report->link_id == link.id);
-    EXPECT_EQ(report->free_bytes, kQueueLimit);
-    EXPECT_EQ(report->limit, kQueueLimit);
+    EXPECT_TRUE(report->free_bytes == kQueueLimit && report->limit == kQueueLimit);
   }
-  EXPECT_GE(std::chrono::steady_clock::now() - begin, 1000ms);
+  EXPECT_GE(steady_clock::now() - begin, 1000ms);
 
   ASSERT_EQ(Send(link.id, NewNothing(160000000)), kSendQueued);
   const std::size_t sends = m_faults.Sends().size();
@@ -166,60 +114,38 @@ TEST_F(Faults, RoomIsReportedTwiceASecondBelowFourFifthsOfTheLimit) {
   while (const auto report = m_protocol.Spaces().Take(0ms)) {
     EXPECT_EQ(report->free_bytes, kQueueLimit) << "reports of the empty queue excepted";
   }
-  auto second = m_protocol.OpenLink(m_server);
+  const auto second = m_protocol.OpenLink(m_server);
   ASSERT_EQ(Send(second.id, NewNothing(159999999)), kSendQueued);
-  EXPECT_TRUE(WaitUntil(
-      [&] {
-        const auto report = m_protocol.Spaces().Take(10s);
-        return report && report->link_id == second.id && report->free_bytes == 40000001;
-      },
-      10s));
+  const auto is_reported = [&] {
+    const auto report = m_protocol.Spaces().Take(10s);
+    return report && report->link_id == second.id && report->free_bytes == 40000001;
+  };
+  EXPECT_TRUE(WaitUntil(is_reported, 10s));
   EXPECT_GT(m_faults.Pending(), 0U) << "something was sent: the test saw nothing";
   m_protocol.Stop();
 }
 
-// The undefined-behaviour sanitizer needs descriptors of its own when it first sees an object of a
-// class at work, so everything is done once before.
-TEST_F(Faults, WithoutFreeDescriptorsCallersWaitAndConnectsFailAtOnce) {
-  std::uint16_t port = 0;
-  ASSERT_NE(m_protocol.Listen("127.0.0.1", 0, 0, 0, &port), "");
-  Peer before = Peer::Connect(port, 5s);
-  ASSERT_TRUE(m_protocol.WaitFor(Kind::kAccepted));
-  m_protocol.Connect("127.0.0.1", 0);
-  ASSERT_TRUE(m_protocol.WaitFor(Kind::kConnectFailed));
-
-  auto limit = std::make_unique<DescriptorLimit>(1);
-  const Peer caller = Peer::Connect(port, 5s);
-  const auto refused = [&] {
-    return m_protocol.LinesWith("accept() error, socket fd maybe not enough.\n");
-  };
-  ASSERT_TRUE(WaitUntil([&] { return !refused().empty(); }, 5s));
-  m_protocol.Connect(m_server.Host(), m_server.Port());
-  EXPECT_TRUE(m_protocol.WaitFor(Kind::kConnectFailed));
-  limit.reset();
-  const auto lines = refused();
-  EXPECT_EQ(lines[0].line, 1660);
-  EXPECT_EQ(lines[0].level_code, -1);
-  ASSERT_TRUE(m_protocol.WaitFor(Kind::kAccepted));
-  EXPECT_GE(std::chrono::steady_clock::now() - lines[0].time, 1990ms)
-      << "the listener pauses instead of trying in vain";
-  EXPECT_EQ(refused().size(), 1U);
-}
-
-TEST_F(Faults, AStopEndsThePauseOfTheListener) {
+TEST_F(Faults, AListenerThatCannotAcceptPausesUnlessItIsStopped) {
   std::uint16_t port = 0;
   ASSERT_NE(m_protocol.Listen("127.0.0.1", 0, 0, 0, &port), "");
   m_faults.Fail(Call::kAccept, EMFILE, 1);
-  const Peer caller = Peer::Connect(port, 5s);
-  ASSERT_TRUE(WaitUntil([&] { return !m_protocol.LinesWith("accept() error").empty(); }, 5s));
-  const auto begin = std::chrono::steady_clock::now();
+  const Peer accepted = Peer::Connect(port, 5s);
+  ASSERT_TRUE(m_protocol.WaitFor(Kind::kAccepted));
+  const auto refusals = [&] { return m_protocol.LinesWith("accept()"); };
+  ExpectLines(m_protocol, "",
+              Lines{"ftmtsockimpl.cpp 1660 -1 accept() error, socket fd maybe not enough.\n"});
+  EXPECT_GE(steady_clock::now() - refusals().at(0).time, 1990ms);
+  m_faults.Fail(Call::kAccept, EMFILE, 1);
+  const Peer unheard = Peer::Connect(port, 5s);
+  ASSERT_TRUE(WaitUntil([&] { return refusals().size() == 2; }, 5s));
+  const auto begin = steady_clock::now();
   m_protocol.Stop();
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, 1000ms);
+  EXPECT_LT(steady_clock::now() - begin, 1000ms);
 }
 
 // How many of a link's two threads can start, and whether it is one of our own connects.
 class LinkWithoutThreads : public Faults,
-                           public testing::WithParamInterface<std::pair<int, bool>> {};
+                           public testing::WithParamInterface<std::tuple<int, bool>> {};
 
 TEST_P(LinkWithoutThreads, IsLoggedAndForgottenAndReportedOnlyToWhoeverConnected) {
   const auto [startable, is_outgoing] = GetParam();
@@ -238,27 +164,24 @@ TEST_P(LinkWithoutThreads, IsLoggedAndForgottenAndReportedOnlyToWhoeverConnected
   EXPECT_TRUE(WaitUntil(all_is_back, 10s));
   EXPECT_EQ(m_protocol.IsLinkUp("02000000"), 0);
   EXPECT_EQ(limit.Refused(), 1);
-  const auto lines = m_protocol.LinesWith("Create thread error: current threads[");
-  ASSERT_EQ(lines.size(), 1U);
+  const Lines lines = LinesAbout(m_protocol, "127.0.0.1");
+  ASSERT_EQ(static_cast<int>(lines.size()), 1 + startable);
   const std::string name = is_outgoing ? ft::FormatString("127.0.0.1:P%d", m_server.Port())
                                        : ft::FormatString("127.0.0.1:M%d", port);
-  EXPECT_NE(lines[0].text.find("]. One Connection[" + name + "] has closed now\n"), Bytes::npos);
-  EXPECT_EQ(lines[0].line, startable == 0 ? 172 : 2210);
-  EXPECT_EQ(lines[0].level_code, -1);
-  const auto downs = m_protocol.LinesWith("Link down with[127.0.0.1]: create thread failed.\n");
-  EXPECT_EQ(static_cast<int>(downs.size()), startable);
-  EXPECT_TRUE(downs.empty() || (downs[0].line == 2219 && downs[0].level_code == -1));
-  if (is_outgoing) {
-    const auto failed = m_protocol.Events().Take(10s);
-    ASSERT_TRUE(failed && failed->kind == Kind::kConnectFailed);
-    EXPECT_EQ(failed->link.link_id, "02000000");
-  }
+  EXPECT_THAT(lines[0], testing::AllOf(
+                            testing::StartsWith(ft::FormatString(
+                                "ftmtsockimpl.cpp %d -1 Create thread error: current threads[",
+                                startable == 0 ? 172 : 2210)),
+                            testing::EndsWith("]. One Connection[" + name + "] has closed now\n")));
+  EXPECT_EQ(lines.back() == LinkDown(2219, "create thread failed."), startable == 1);
+  const auto failed = is_outgoing ? m_protocol.Events().Take(10s) : std::nullopt;
+  EXPECT_EQ(failed && failed->kind == Kind::kConnectFailed && failed->link.link_id == "02000000",
+            is_outgoing);
   EXPECT_EQ(m_protocol.Events().Count(), 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, LinkWithoutThreads,
-                         testing::Values(std::pair(0, true), std::pair(0, false),
-                                         std::pair(1, true), std::pair(1, false)));
+                         testing::Combine(testing::Values(0, 1), testing::Bool()));
 
 // As the system shows them: cut to 15 characters.
 TEST_F(Faults, EveryThreadCarriesItsName) {
@@ -275,31 +198,6 @@ TEST_F(Faults, EveryThreadCarriesItsName) {
                            "CFTMtSockWaitTh", "CFTMtSockOneLin", "CFTMtSockSendTh"}) {
     EXPECT_TRUE(WaitUntil([&] { return has_thread(name); }, 10s)) << name;
   }
-}
-
-// Takes all descriptor numbers below the one given.
-std::vector<Descriptor> TakeNumbersBelow(int number) {
-  rlimit limit{};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  limit.rlim_cur = limit.rlim_max;
-  setrlimit(RLIMIT_NOFILE, &limit);
-  std::vector<Descriptor> taken;
-  do {
-    taken.emplace_back(open("/dev/null", O_RDONLY | O_CLOEXEC));
-  } while (taken.back().Get() >= 0 && taken.back().Get() < number);
-  return taken;
-}
-
-TEST_F(Faults, LinksWithHighDescriptorNumbersWorkLikeOthers) {
-  const auto taken = TakeNumbersBelow(2100);
-  if (taken.back().Get() < 0) GTEST_SKIP() << "the system does not allow so many descriptors";
-  EchoServer echo;
-  const std::string id = m_protocol.Connect(echo.Host(), echo.Port());
-  const auto connected = m_protocol.WaitFor(Kind::kConnected);
-  ASSERT_TRUE(connected);
-  EXPECT_GT(connected->link.socket, 2100);
-  ASSERT_EQ(m_protocol.Send(id, PatternBody(2000000)), 0);
-  EXPECT_EQ(m_protocol.ReceivePackage(), PatternBody(2000000));
 }
 
 }  // namespace

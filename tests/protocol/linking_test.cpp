@@ -1,72 +1,112 @@
 // How links come about: ids, connects and their outcomes, listening, and which thread says so.
-#include <gtest/gtest.h>
-
 #include <set>
-#include <string>
-#include <thread>
-#include <vector>
+#include <tuple>
 
-#include "00shcode/mytoolkit/text.h"
-#include "tests/support/dead_ports.h"
-#include "tests/support/manual_clock.h"
-#include "tests/support/process_usage.h"
-#include "tests/support/release_counter.h"
-#include "tests/support/run_on_threads.h"
-#include "tests/support/socket_traits.h"
-#include "tests/support/test_protocol.h"
-#include "tests/support/wait_until.h"
+#include "tests/protocol/protocol_kit.h"
+#include "tests/support/clock.h"
+#include "tests/support/process.h"
 
 namespace testkit {
 namespace {
 
 using namespace std::chrono_literals;
-using Kind = LinkEvent::Kind;
 using Ids = std::vector<std::string>;
 
-constexpr auto kAWhile = 300ms;  // for what must not happen
-
 TEST(LinkIds, AreTheCountersBytesLowestFirstOnAllThreads) {
-  constexpr int kThreads = 4;
-  constexpr int kIdsEach = 2000;
   TestProtocol protocol;
   Mailbox<std::string> taken;
-  RunOnThreads(kThreads, [&](int) {
-    for (int i = 0; i < kIdsEach; ++i) taken.Push(protocol.VNewLinkId());
+  RunOnThreads(4, [&](int) {
+    for (int i = 0; i < 2000; ++i) taken.Push(protocol.VNewLinkId());
   });
-  const auto ids = taken.All();
-  std::set<std::string> expected;
-  for (int i = 1; i <= kThreads * kIdsEach; ++i) {
-    expected.insert(ft::FormatString("%02X%02X0000", i % 256, i / 256));
+  const auto all = taken.All();
+  const std::set<std::string> ids(all.begin(), all.end());
+  EXPECT_EQ(ids.size(), 8000U);
+  for (const char* id : {"01000000", "FF000000", "00010000", "401F0000"}) {
+    EXPECT_EQ(ids.count(id), 1U) << id;
   }
-  EXPECT_EQ(std::set<std::string>(ids.begin(), ids.end()), expected);
-}
-
-void ExpectRefusesEverything(TestProtocol& protocol, const ScriptedServer& server) {
-  const ReleaseCounter released;
-  EXPECT_EQ(protocol.Connect(server.Host(), server.Port()), "");
-  EXPECT_EQ(protocol.Listen(nullptr, 0), "");
-  for (const auto on_refusal : {FTOnRefusal::kKeep, FTOnRefusal::kRelease}) {
-    CFTBuffer* const pkg = NewBuffer("package");
-    EXPECT_EQ(protocol.SendPkg("01000000", pkg, &ReleaseCounter::Release, FTSendMode::kForced,
-                               on_refusal, 3),
-              kSendNotRunning);
-    EXPECT_EQ(released.Count(), static_cast<int>(on_refusal));
-    if (on_refusal == FTOnRefusal::kKeep) ReleaseFTBuffer(pkg);
-  }
-  protocol.Close("01000000");
 }
 
 TEST(Operations, AreRefusedBeforeTheThreadRunsAndAfterwards) {
-  ScriptedServer server;
   TestProtocol protocol;
-  ExpectRefusesEverything(protocol, server);
+  for (const bool has_run : {false, true}) {
+    if (has_run) protocol.Start();
+    if (has_run) protocol.Stop();
+    EXPECT_EQ(protocol.Connect("127.0.0.1", 1), "");
+    EXPECT_EQ(protocol.Listen(nullptr, 0), "");
+    ExpectRefused(protocol, "01000000", "package", FTSendMode::kForced, kSendNotRunning);
+  }
+}
+
+auto Facts(const FTLinkInfo& link) {
+  return std::tuple(link.link_id, int{link.kind}, link.remote_address, link.remote_port,
+                    link.local_address, link.local_port, link.user_value1, link.user_value2,
+                    link.priority);
+}
+
+using EventModes = testing::TestWithParam<FTEventMode>;
+
+// The address given is short for the one that the link reports. Direct callbacks of a link run on
+// its threads, all others on the protocol's.
+TEST_P(EventModes, EveryCallbackHasItsThreadAndTheLinksRecordAndMayAnswerAndKeepAPackage) {
+  ScriptedServer server;
+  TestProtocol protocol(GetParam());
+  FTBufferPtr kept;
+  protocol.On().received = [&](const FTLinkInfo& link, CFTBuffer* pkg, std::int32_t* keep) {
+    *keep = 1;
+    kept.reset(pkg);
+    EXPECT_EQ(protocol.Send(link.link_id, "answer"), kSendQueued);
+  };
   protocol.Start();
-  EXPECT_FALSE(server.TryAccept(kAWhile));
-  EXPECT_EQ(protocol.Connect(server.Host(), server.Port()), "01000000");
+  protocol.Connect("0.0.0.0", 1);
+  const auto failed = protocol.WaitFor(Kind::kConnectFailed);
+  const std::string id = protocol.Connect("127.1", server.Port(), 0xFFFFFFFF, 8, "127.0.0.2", 0);
+  Peer peer = server.Accept(10s);
+  const auto connected = protocol.WaitFor(Kind::kConnected);
+  protocol.Close("FFFFFFFF");  // nobody's
+  const Bytes body = PatternBody(5000);
+  for (int i = 0; i < 2; ++i) peer.SendPackage(body);
+  const auto received = protocol.WaitFor(Kind::kPackage);
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(peer.ReceivePackage(10s), "answer");
+  auto report = protocol.Spaces().Take(10s);
+  while (const auto next = protocol.Spaces().Take(100ms)) report = next;  // until it sleeps
+  EXPECT_TRUE(protocol.CountersReturnToZero());
+  peer.Close();
+  const auto closed = protocol.WaitFor(Kind::kClosed);
+  ASSERT_TRUE(failed && connected && received && report && closed && kept);
+  EXPECT_EQ(received->body, body);
+  EXPECT_EQ(kept->GetDataLen(), static_cast<std::int32_t>(kHeaderSize + body.size()));
+  EXPECT_NE(connected->link.local_port, 0);
+  for (const auto& event : {connected, received, closed}) {
+    EXPECT_EQ(Facts(event->link),
+              std::tuple(id, int{LINK_KIND_OUT}, "127.0.0.1", server.Port(), "127.0.0.2",
+                         connected->link.local_port, 0xFFFFFFFFU, 8U, 1));
+  }
+  const bool by_message = GetParam() == FTEventMode::kByMessage;
+  const std::uint32_t own = protocol.GetThreadId();
+  EXPECT_TRUE(failed->thread == own && connected->thread == own);
+  EXPECT_TRUE((received->thread == own) == by_message && (report->thread == own) == by_message);
+  EXPECT_EQ(report->thread == received->thread, by_message);
+  EXPECT_EQ(closed->thread, received->thread);
+  EXPECT_EQ(protocol.Spaces().Count(), 0U) << "the end of the link woke its send thread";
+}
+
+INSTANTIATE_TEST_SUITE_P(Both, EventModes,
+                         testing::Values(FTEventMode::kByMessage, FTEventMode::kDirect));
+
+// By message nobody is left to hear of the end.
+TEST(DirectEvents, RunUntilTheEngineStops) {
+  ScriptedServer server;
+  TestProtocol protocol(FTEventMode::kDirect);
+  // The threads that make and reap links end before those of the links.
+  protocol.On().closed = [&](const FTLinkInfo&) {
+    EXPECT_LE(TestProtocol::GetThreadCount(), TestProtocol::kThreads - 3 + 4);
+  };
+  protocol.Start();
+  const TestProtocol::OpenedLink links[] = {protocol.OpenLink(server), protocol.OpenLink(server)};
   protocol.Stop();
-  const std::size_t events = protocol.Events().Count();
-  ExpectRefusesEverything(protocol, server);
-  EXPECT_EQ(protocol.Events().Count(), events);
+  for (std::size_t i = 0; i < std::size(links); ++i) {
+    EXPECT_EQ(protocol.WaitClosed(), FTCloseReason::kNone);
+  }
 }
 
 class Linking : public testing::Test {
@@ -90,33 +130,6 @@ class Linking : public testing::Test {
   TestProtocol m_protocol;
 };
 
-// The address given is short for the one that the link reports.
-TEST_F(Linking, ALinkCarriesItsAddressesAndUserValuesIntoEveryCallback) {
-  const std::string id =
-      m_protocol.Connect("127.1", m_server.Port(), 0xFFFFFFFF, 8, "127.0.0.2", 0);
-  Peer peer = m_server.Accept(10s);
-  const auto connected = m_protocol.WaitFor(Kind::kConnected);
-  m_protocol.Close("FFFFFFFF");  // nobody's
-  peer.SendPackage("hello");
-  const auto received = m_protocol.WaitFor(Kind::kPackage);
-  peer.Close();
-  const auto closed = m_protocol.WaitFor(Kind::kClosed);
-  ASSERT_TRUE(connected && received && closed);
-  for (const auto& event : {connected, received, closed}) {
-    EXPECT_EQ(event->link.link_id, id);
-    EXPECT_EQ(event->link.kind, LINK_KIND_OUT);
-    EXPECT_EQ(event->link.remote_address, "127.0.0.1");
-    EXPECT_EQ(event->link.remote_port, m_server.Port());
-    EXPECT_EQ(event->link.local_address, "127.0.0.2");
-    EXPECT_EQ(event->link.local_port, connected->link.local_port);
-    EXPECT_EQ(event->link.user_value1, 0xFFFFFFFF);
-    EXPECT_EQ(event->link.user_value2, 8U);
-    EXPECT_EQ(event->link.priority, 1);
-  }
-  EXPECT_NE(connected->link.local_port, 0);
-  EXPECT_EQ(received->body, "hello");
-}
-
 TEST_F(Linking, ListenersAcceptLinksUntilTheyAreClosedAndTheLinksGoOn) {
   std::uint16_t ports[2] = {};
   ASSERT_EQ(m_protocol.Listen("127.0.0.1", 0, 7, 9, &ports[0]), "01000000");
@@ -128,11 +141,10 @@ TEST_F(Linking, ListenersAcceptLinksUntilTheyAreClosedAndTheLinksGoOn) {
     peers.push_back(Peer::Connect(ports[i], 10s));
     const auto accepted = m_protocol.WaitFor(Kind::kAccepted);
     ASSERT_TRUE(accepted);
-    EXPECT_EQ(accepted->link.link_id, ft::FormatString("0%d000000", int(peers.size()) + 2));
-    EXPECT_EQ(accepted->link.kind, LINK_KIND_IN);
-    EXPECT_EQ(accepted->link.remote_address, "127.0.0.1");
-    EXPECT_EQ(accepted->link.local_port, ports[i]);
-    EXPECT_EQ(accepted->link.user_value1, 0U);
+    EXPECT_EQ(
+        Facts(accepted->link),
+        std::tuple(ft::FormatString("0%d000000", int(peers.size()) + 2), int{LINK_KIND_IN},
+                   "127.0.0.1", accepted->link.remote_port, "127.0.0.1", ports[i], 0U, 0U, 1));
     EXPECT_EQ(accepted->listener.link_id, i == 0 ? "01000000" : "02000000");
     EXPECT_EQ(accepted->listener.user_value1, 7U + i);
     EXPECT_EQ(accepted->listener.user_value2, 9U);
@@ -150,33 +162,34 @@ TEST_F(Linking, ListenersAcceptLinksUntilTheyAreClosedAndTheLinksGoOn) {
 
 TEST_F(Linking, AConnectThatCannotBeginIsReportedAtOnceWithALine) {
   const std::size_t before = CountDescriptors();
-  const Ids ids = {m_protocol.Connect("127.0.0.1", 0),
-                   m_protocol.Connect("localhost", 80),
-                   m_protocol.Connect("127.0.0.1.1", 80),
+  const Ids ids = {m_protocol.Connect("127.0.0.1", 0), m_protocol.Connect("localhost", 80),
                    m_protocol.Connect(nullptr, 80),
-                   m_protocol.Connect("127.0.0.1", 80, 0, 0, "192.0.2.1"),
-                   m_protocol.Connect("127.0.0.1", 80, 0, 0, "localhost")};
+                   m_protocol.Connect("127.0.0.1", 80, 0, 0, "192.0.2.1")};
   EXPECT_EQ(TakeFailed(ids.size()), ids);
-  const auto lines = m_protocol.LinesWith("BeginConnect failed, socket fd maybe not enough.");
-  ASSERT_EQ(lines.size(), ids.size());
-  EXPECT_EQ(lines[0].line, 1930);
-  EXPECT_EQ(lines[0].level_code, -1);
-  EXPECT_EQ(lines[0].text.back(), '.') << "this line has no line end";
+  ExpectLines(m_protocol, "",
+              Lines(ids.size(),
+                    "ftmtsockimpl.cpp 1930 -1 BeginConnect failed, socket fd maybe not enough."));
   EXPECT_EQ(CountDescriptors(), before);
 }
 
-// A refusal is an answer that nobody tells of: it waits for its time-out like a silent server.
+// A refusal is an answer that nobody tells of: it waits for its time-out like a silent server. So
+// does a socket that was connected to itself, which without a listener looks like success.
 TEST_F(Linking, ConnectsWithoutSuccessCostNothingAndFailAtTheirTimeOutOrWhenClosed) {
   const ClosedPort refusing;
   const FullBacklogPort silent;
   ManualClock clock;
+  std::uint16_t own = 0;
   const std::size_t before = CountDescriptors();
+  const std::string listener = m_protocol.Listen("127.71.2.2", 0, 0, 0, &own);
+  m_protocol.Close(listener);
+  ASSERT_TRUE(WaitUntil([&] { return CountDescriptors() == before; }, 10s));
   const Ids ids = {m_protocol.Connect(silent.Host(), silent.Port()),
                    m_protocol.Connect(refusing.Host(), refusing.Port()),
                    m_protocol.Connect(silent.Host(), silent.Port()),
-                   m_protocol.Connect(refusing.Host(), refusing.Port())};
+                   m_protocol.Connect(refusing.Host(), refusing.Port()),
+                   m_protocol.Connect("127.71.2.2", own, 0, 0, "127.71.2.2", own)};
   const auto good = m_protocol.OpenLink(m_server);  // although others hang
-  const std::size_t silent_ones = FailedConnectsAreWritable() ? 2 : 4;
+  const std::size_t silent_ones = kFailedConnectsAreWritable ? 2 : 4;
   EXPECT_TRUE(
       WaitUntil([&] { return CountDescriptors() == before + silent_ones + good.kDescriptors; }, 5s))
       << "only silent connects keep their sockets";
@@ -189,47 +202,27 @@ TEST_F(Linking, ConnectsWithoutSuccessCostNothingAndFailAtTheirTimeOutOrWhenClos
   EXPECT_FALSE(m_protocol.Events().WaitFor(1, 1s)) << "the time-out is only reached";
   EXPECT_LT(CpuTime() - cpu_before, 150ms) << "the system calls a refused socket ready for ever";
   clock.Advance(71);
-  EXPECT_EQ(TakeFailed(2), (Ids{ids[2], ids[3]}));
+  EXPECT_EQ(TakeFailed(3), (Ids{ids[2], ids[3], ids[4]}));
   EXPECT_TRUE(NothingHappens());
-  EXPECT_EQ(m_protocol.LinesWith("BeginConnect").size(), 0U);
+  ExpectLines(m_protocol, "BeginConnect", Lines{});
 }
 
 TEST_F(Linking, ADelayedConnectStartsOnceItsDelayIsOverUnlessItIsClosed) {
   ManualClock clock;
-  const auto connect_in = [&](std::int32_t seconds) {
-    return m_protocol.Connect(m_server.Host(), m_server.Port(), 5, 0, nullptr, 0, seconds);
+  const auto connect_later = [&] {
+    return m_protocol.Connect(m_server.Host(), m_server.Port(), 5, 0, nullptr, 0, 3);
   };
-  const std::string later = connect_in(4);
-  const std::string sooner = connect_in(3);
-  const std::string closed = connect_in(3);
-  m_protocol.CloseLink(closed, FTCloseMode::kAfterSending);
-  const auto failed = m_protocol.WaitFor(Kind::kConnectFailed);
-  ASSERT_TRUE(failed);
-  EXPECT_EQ(failed->link.link_id, closed);
-  EXPECT_EQ(failed->link.user_value1, 5U);
+  const Ids ids = {connect_later(), connect_later()};
+  m_protocol.CloseLink(ids[1], FTCloseMode::kAfterSending);
+  EXPECT_EQ(TakeFailed(1), Ids{ids[1]});
   clock.Advance(2999);
   EXPECT_TRUE(NothingHappens());
-  for (const std::string& due : {sooner, later}) {
-    clock.Advance(1000);
-    const auto connected = m_protocol.WaitFor(Kind::kConnected);
-    ASSERT_TRUE(connected);
-    EXPECT_EQ(connected->link.link_id, due);
-  }
+  clock.Advance(1000);
+  const auto connected = m_protocol.WaitFor(Kind::kConnected);
+  ASSERT_TRUE(connected);
+  EXPECT_EQ(connected->link.link_id, ids[0]);
+  EXPECT_EQ(connected->link.user_value1, 5U);
   EXPECT_TRUE(NothingHappens());
-}
-
-// A socket may be connected to itself: without a listener that looks like success.
-TEST_F(Linking, AConnectThatReachesItselfIsNotALink) {
-  ManualClock clock;
-  std::uint16_t port = 0;
-  const std::string listener = m_protocol.Listen("127.71.2.2", 0, 0, 0, &port);
-  const std::size_t listening = CountDescriptors();
-  m_protocol.Close(listener);
-  ASSERT_TRUE(WaitUntil([&] { return CountDescriptors() < listening; }, 10s));
-  const std::string id = m_protocol.Connect("127.71.2.2", port, 0, 0, "127.71.2.2", port);
-  EXPECT_TRUE(NothingHappens());
-  clock.Advance(10071);
-  EXPECT_EQ(TakeFailed(1), Ids{id});
 }
 
 TEST_F(Linking, ANewcomerWithTheIdOfARunningLinkIsRefused) {
@@ -243,84 +236,6 @@ TEST_F(Linking, ANewcomerWithTheIdOfARunningLinkIsRefused) {
   EXPECT_EQ(m_protocol.ReceivePackage(), "still here");
   EXPECT_EQ(m_protocol.Send("SAME", "so am I"), kSendQueued);
   EXPECT_EQ(first.peer.ReceivePackage(10s), "so am I");
-}
-
-class EventModes : public testing::TestWithParam<FTEventMode> {
- protected:
-  ScriptedServer m_server;
-  TestProtocol m_protocol{GetParam()};
-};
-
-TEST_P(EventModes, DirectCallbacksOfALinkRunOnItsThreadsAllOthersOnTheProtocols) {
-  const bool by_message = GetParam() == FTEventMode::kByMessage;
-  m_protocol.Start();
-  const std::uint32_t own = m_protocol.GetThreadId();
-  m_protocol.Connect("0.0.0.0", 1);
-  const auto failed = m_protocol.WaitFor(Kind::kConnectFailed);
-  m_protocol.Connect(m_server.Host(), m_server.Port());
-  Peer peer = m_server.Accept(10s);
-  const auto connected = m_protocol.WaitFor(Kind::kConnected);
-  peer.SendPackage("hello");
-  const auto received = m_protocol.WaitFor(Kind::kPackage);
-  const auto report = m_protocol.Spaces().Take(10s);
-  peer.Close();
-  const auto closed = m_protocol.WaitFor(Kind::kClosed);
-  ASSERT_TRUE(failed && connected && received && report && closed);
-  EXPECT_EQ(failed->thread, own);
-  EXPECT_EQ(connected->thread, own);
-  EXPECT_EQ(received->thread == own, by_message);
-  EXPECT_EQ(report->thread == own, by_message);
-  EXPECT_EQ(report->thread == received->thread, by_message);
-  EXPECT_EQ(closed->thread, received->thread);
-}
-
-TEST_P(EventModes, APackageCanBeAnsweredInItsCallbackAndKept) {
-  Mailbox<CFTBuffer*> kept;
-  m_protocol.On().received = [&](const FTLinkInfo& link, CFTBuffer* pkg, std::int32_t* keep) {
-    EXPECT_EQ(*pkg->GetWritePos(), 0) << "behind a package stands a zero";
-    *keep = pkg->GetDataLen() % 2 == 0 ? 1 : 0;
-    if (*keep == 1) kept.Push(pkg);
-    EXPECT_EQ(m_protocol.Send(link.link_id, "answer"), kSendQueued);
-  };
-  m_protocol.Start();
-  auto link = m_protocol.OpenLink(m_server);
-  for (const std::size_t size : {0U, 1U, 2U, 5000U}) link.peer.SendPackage(PatternBody(size));
-  for (int i = 0; i < 4; ++i) EXPECT_EQ(link.peer.ReceivePackage(10s), "answer");
-  EXPECT_TRUE(m_protocol.CountersReturnToZero());
-  m_protocol.Stop();
-  for (const std::int32_t size : {0, 2, 5000}) {
-    const FTBufferPtr pkg(kept.Take(10s).value_or(nullptr));
-    ASSERT_TRUE(pkg);
-    EXPECT_EQ(pkg->GetDataLen(), static_cast<std::int32_t>(kHeaderSize) + size);
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(Both, EventModes,
-                         testing::Values(FTEventMode::kByMessage, FTEventMode::kDirect));
-
-// By message nobody is left to hear of the end.
-TEST(DirectEvents, RunForTwoLinksAtTheSameTimeAndUntilTheEngineStops) {
-  ScriptedServer server;
-  TestProtocol protocol(FTEventMode::kDirect);
-  Mailbox<int> entered;
-  protocol.On().received = [&](const FTLinkInfo&, CFTBuffer*, std::int32_t*) {
-    entered.Push(1);
-    EXPECT_TRUE(entered.WaitFor(2, 10s)) << "the other link's callback waits for this one";
-  };
-  // The threads that make and reap links end before those of the links.
-  protocol.On().closed = [&](const FTLinkInfo&) {
-    EXPECT_LE(TestProtocol::GetThreadCount(), TestProtocol::kThreads - 3 + 4);
-  };
-  protocol.Start();
-  auto first = protocol.OpenLink(server);
-  auto second = protocol.OpenLink(server);
-  first.peer.SendPackage("one");
-  second.peer.SendPackage("two");
-  ASSERT_TRUE(protocol.ReceivePackage() && protocol.ReceivePackage());
-  protocol.Stop();
-  EXPECT_EQ(protocol.WaitClosed(), FTCloseReason::kNone);
-  EXPECT_EQ(protocol.WaitClosed(), FTCloseReason::kNone);
-  EXPECT_EQ(protocol.Events().Count(), 0U);
 }
 
 }  // namespace

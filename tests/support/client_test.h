@@ -2,20 +2,73 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <string>
-#include <vector>
-
 #include "client/clientdatasource.h"
-#include "tests/support/answering_server.h"
-#include "tests/support/client_window.h"
-#include "tests/support/peer.h"
-#include "tests/support/scripted_server.h"
-#include "tests/support/wire.h"
+#include "client/ftwindow.h"
+#include "tests/support/servers.h"
 
 namespace testkit {
 
 constexpr std::uint32_t kOneCheckMs = 2100;  // a little more than the client's timers take
+
+// What a window is told: one of FTLinkEvent, or 0 and the body of a package.
+using Notification = std::pair<int, Bytes>;
+
+inline Notification LinkUp() {
+  return {LINK_EVENT_UP, {}};
+}
+inline Notification ConnectFailed() {
+  return {LINK_EVENT_CONNECT_FAILED, {}};
+}
+inline Notification LinkClosed() {
+  return {LINK_EVENT_CLOSED, {}};
+}
+inline Notification Package(Bytes body) {
+  return {0, std::move(body)};
+}
+
+// A window of the test. It returns every body to the client's FreeBuffer, and fails the test when
+// a message does not carry the window's number or the message number that it was made for.
+class ClientWindow {
+ public:
+  explicit ClientWindow(CClientDataSource* client, unsigned int message = 0x0401)
+      : m_client(client), m_message(message), m_handle(FTCreateWindow()) {}
+  ~ClientWindow() { Destroy(); }
+
+  unsigned int Handle() const { return m_handle; }
+  unsigned int Message() const { return m_message; }
+
+  std::optional<Notification> Next(Milliseconds limit) {
+    FTWindowMsg taken{};
+    const auto limit_ms = static_cast<int>(limit.count());
+    if (FTWaitMessage(m_handle, &taken, limit_ms) != 1) return std::nullopt;
+    EXPECT_EQ(taken.window, m_handle);
+    EXPECT_EQ(taken.message, m_message);
+    if (taken.wParam == 0) return Notification(static_cast<int>(taken.lParam), "");
+    char* const body = reinterpret_cast<char*>(taken.wParam);
+    Notification package = Package(Bytes(body, static_cast<std::size_t>(taken.lParam)));
+    m_client->FreeBuffer(body);
+    return package;
+  }
+  // Takes what comes until this one has come. The limit is for each.
+  bool WaitFor(const Notification& last, Milliseconds limit) {
+    while (const auto next = Next(limit)) {
+      if (*next == last) return true;
+    }
+    return false;
+  }
+  void Drain() {
+    while (Next(Milliseconds(0))) continue;
+  }
+
+  void Destroy() {
+    if (m_handle != 0) FTDestroyWindow(std::exchange(m_handle, 0U));
+  }
+
+ private:
+  CClientDataSource* const m_client;
+  const unsigned int m_message;
+  unsigned int m_handle;
+};
 
 struct Endpoint {
   std::string host;
@@ -28,19 +81,39 @@ Endpoint At(const Server& server) {
 }
 
 // Links a client to at most five servers; the rest of the list is empty.
-int LinkClient(CClientDataSource* client, std::vector<Endpoint> servers, unsigned int window,
-               unsigned int message);
+inline int LinkClient(CClientDataSource* client, std::vector<Endpoint> servers, unsigned int window,
+                      unsigned int message) {
+  servers.resize(5);
+  const auto host = [&](std::size_t i) { return servers[i].host.c_str(); };
+  const auto port = [&](std::size_t i) { return servers[i].port; };
+  return client->Link(host(0), port(0), host(1), port(1), host(2), port(2), host(3), port(3),
+                      host(4), port(4), window, message);
+}
 
 // A host application: the process's one client, unlinked at the end, and a window for it.
 class ClientTest : public ::testing::Test {
  protected:
-  int Link(std::vector<Endpoint> servers);
-  // Takes the event of a link that comes up, and returns the server's end of it.
-  Peer TakeLink(ScriptedServer* server);
-  // Links to this server alone and takes the link event.
-  Peer LinkWith(ScriptedServer* server);
-  void LinkWith(const AnsweringServer& server);
-  int Ask(const Bytes& body);
+  int Link(std::vector<Endpoint> servers) {
+    return LinkClient(&m_client, std::move(servers), m_window.Handle(), m_window.Message());
+  }
+  Peer TakeLink(ScriptedServer* server) {
+    Peer peer = server->Accept(kLimit);
+    EXPECT_EQ(m_window.Next(kLimit), LinkUp());
+    return peer;
+  }
+  Peer LinkWith(ScriptedServer* server) {
+    EXPECT_EQ(Link({At(*server)}), 1);
+    return TakeLink(server);
+  }
+  void LinkWith(const AnsweringServer& server) {
+    EXPECT_EQ(Link({At(server)}), 1);
+    EXPECT_EQ(m_window.Next(kLimit), LinkUp());
+  }
+  int Ask(const Bytes& body) {
+    return m_client.AskData(body.data(), static_cast<unsigned int>(body.size()));
+  }
+
+  static constexpr std::chrono::seconds kLimit{5};
 
   CClientDataSource m_client;
   ClientWindow m_window{&m_client};

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "00shcode/ftmsgq/ftmsgq.h"
-#include "tests/support/manual_clock.h"
+#include "tests/support/clock.h"
 
 namespace testkit {
 

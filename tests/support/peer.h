@@ -1,62 +1,127 @@
 #pragma once
 
-#include <chrono>
-#include <cstddef>
-#include <cstdint>
-#include <deque>
-#include <optional>
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
 
-#include "tests/support/socket_io.h"
+#include "tests/support/socket.h"
 #include "tests/support/wire.h"
 
 namespace testkit {
 
-// How the other side ended the link.
 enum class LinkEnd { kStillOpen, kOrderly, kReset };
 
-// This end of one TCP link, played by the test itself; nothing happens between its calls. A peer
-// that is not asked to receive stops reading, one that is not asked to send stays mute.
-//
-// Every call blocks for at most its limit. Sending throws std::runtime_error when the bytes are not
-// taken within ten seconds or the link is gone; receiving throws it on a malformed package (mark,
-// check sum), and gives nothing when the limit passes or the link ends first.
+// This end of one TCP link, played by the test itself: nothing happens between its calls. Sending
+// throws std::system_error when the bytes are not taken within ten seconds or the link is gone.
+// Receiving throws std::runtime_error on a malformed package (mark, check sum), and gives nothing
+// when the limit passes or the link ends first.
 class Peer {
  public:
-  using Milliseconds = std::chrono::milliseconds;
+  explicit Peer(Descriptor socket) : m_socket(std::move(socket)) {
+    platform::SetBlocking(m_socket.Get(), false);
+  }
 
-  explicit Peer(Descriptor socket) : m_socket(std::move(socket)) {}
-
-  // Plays the calling side: links to a port of this machine, or throws.
-  static Peer Connect(std::uint16_t port, Milliseconds limit);
+  // Links to a port of this machine, or gives nothing.
+  static std::optional<Peer> TryConnect(std::uint16_t port, Milliseconds limit) {
+    const FaultFree guard;
+    Peer peer(OpenSocket());
+    platform::SocketAddress local{}, remote = Loopback(port);
+    platform::ConnectSocket(peer.m_socket.Get(), remote);
+    if (!WaitFor(Readiness::kWritable, peer.m_socket, limit)) return std::nullopt;
+    const auto state = platform::TakeConnectResult(peer.m_socket.Get(), &local, &remote);
+    if (state != platform::ConnectState::kConnected) return std::nullopt;
+    return peer;
+  }
+  // The same, or throws std::runtime_error.
+  static Peer Connect(std::uint16_t port, Milliseconds limit) {
+    auto peer = TryConnect(port, limit);
+    return peer ? std::move(*peer) : throw std::runtime_error("no link to the port");
+  }
 
   void SendPackage(const Bytes& body) { SendRaw(BuildPackage(body)); }
   void SendHeartbeat() { SendRaw(HeartbeatPackage()); }
-  void SendRaw(const Bytes& bytes);
-  // With a pause of a millisecond after each piece, so that most pieces are read by themselves.
-  void SendInPieces(const Bytes& bytes, std::size_t piece_size = 1);
+  void SendRaw(const Bytes& bytes) {
+    const FaultFree guard;
+    for (std::size_t sent = 0; sent < bytes.size();) {
+      const auto asked = static_cast<int>(std::min(bytes.size() - sent, kMostMoved));
+      const platform::ConstBytePiece piece{bytes.data() + sent, asked};
+      auto error = platform::SocketError::kBroken;
+      if (WaitFor(Readiness::kWritable, m_socket, std::chrono::seconds(10))) {
+        sent += static_cast<std::size_t>(platform::SendPieces(m_socket.Get(), &piece, 1, &error));
+      }
+      if (error == platform::SocketError::kBroken) {
+        throw std::system_error(ECONNABORTED, std::generic_category());
+      }
+    }
+  }
 
-  // The body of the next data package. Heartbeats on the way are counted and skipped.
-  std::optional<Bytes> ReceivePackage(Milliseconds limit);
+  // The body of the next package, be it a heartbeat.
+  std::optional<Bytes> ReceiveAny(Milliseconds limit) {
+    const auto deadline = Clock::now() + limit;
+    std::optional<Bytes> body;
+    while (!(body = TakeBody(&m_stream)) && ReadMore(deadline)) continue;
+    if (body && IsHeartbeat(*body)) ++m_heartbeat_count;
+    return body;
+  }
+  std::optional<Bytes> ReceivePackage(Milliseconds limit) {
+    std::optional<Bytes> body;
+    while ((body = ReceiveAny(limit)) && IsHeartbeat(*body)) continue;
+    return body;
+  }
   // The next bytes of the stream, whatever they mean; all of them or nothing.
-  std::optional<Bytes> ReceiveExactly(std::size_t count, Milliseconds limit);
-  // Reads until this many heartbeats came over the link; data packages are kept for later.
-  bool WaitForHeartbeats(std::size_t count, Milliseconds limit);
+  std::optional<Bytes> ReceiveExactly(std::size_t count, Milliseconds limit) {
+    const auto deadline = Clock::now() + limit;
+    while (m_stream.size() < count) {
+      if (!ReadMore(deadline)) return std::nullopt;
+    }
+    Bytes bytes = m_stream.substr(0, count);
+    m_stream.erase(0, count);
+    return bytes;
+  }
+  // Reads until this many heartbeats came over the link; data packages are dropped.
+  bool WaitForHeartbeats(std::size_t count, Milliseconds limit) {
+    const auto deadline = Clock::now() + limit;
+    while (m_heartbeat_count < count && ReceiveAny(Left(deadline))) continue;
+    return m_heartbeat_count >= count;
+  }
   // Waits for the other side to end the link; what it sent before stays receivable.
-  LinkEnd WaitClosed(Milliseconds limit);
+  LinkEnd WaitClosed(Milliseconds limit) {
+    const auto deadline = Clock::now() + limit;
+    while (ReadMore(deadline)) continue;
+    return m_end;
+  }
 
-  void Close() { m_socket.Close(); }           // orderly; a reset when received bytes are unread
-  void Reset() { CloseWithReset(&m_socket); }  // the other side's next call fails
-  // Half-closed: the other side reads the end of the stream.
-  void StopSending() { testkit::StopSending(m_socket); }
+  void Close() { m_socket.Close(); }  // orderly; a reset when received bytes are unread
+  void Reset() {                      // the other side's next call fails
+    platform::SetLinger(m_socket.Get(), true, 0);
+    Close();
+  }
+  void StopSending() { HalfClose(m_socket); }  // the other side reads the end of the stream
 
  private:
-  bool ReadMore(const Deadline& deadline);
-  bool ReadPackage(const Deadline& deadline);
+  using Clock = std::chrono::steady_clock;
+
+  static constexpr std::size_t kMostMoved = 1 << 20;
+
+  static Milliseconds Left(Clock::time_point deadline) {
+    return std::max(std::chrono::ceil<Milliseconds>(deadline - Clock::now()), Milliseconds(0));
+  }
+
+  // False when the deadline passed or the stream has ended.
+  bool ReadMore(Clock::time_point deadline) {
+    const FaultFree guard;
+    if (m_end != LinkEnd::kStillOpen) return false;
+    if (!WaitFor(Readiness::kReadable, m_socket, Left(deadline))) return false;
+    Bytes piece(kMostMoved, '\0');
+    const int count = Receive(m_socket, piece.data(), kMostMoved);
+    if (count > 0) m_stream.append(piece, 0, static_cast<std::size_t>(count));
+    if (count <= 0) m_end = count == 0 ? LinkEnd::kOrderly : LinkEnd::kReset;
+    return count > 0;
+  }
 
   Descriptor m_socket;
   LinkEnd m_end = LinkEnd::kStillOpen;
-  Bytes m_stream;              // read and not yet cut into packages
-  std::deque<Bytes> m_bodies;  // of data packages that were cut and not yet taken
+  Bytes m_stream;  // read and not yet cut into packages
   std::size_t m_heartbeat_count = 0;
 };
 

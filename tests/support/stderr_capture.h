@@ -1,30 +1,56 @@
 #pragma once
 
-#include <chrono>
+#include <unistd.h>
+
+#include <cstdio>
 #include <filesystem>
-#include <string>
+#include <fstream>
 #include <vector>
+
+// There in sanitizer builds only.
+extern "C" __attribute__((weak)) void __sanitizer_set_report_fd(void* fd);
 
 namespace testkit {
 
-// While it lives everything that the process writes to its standard error stream, on any thread,
-// is kept here instead. Reports of the sanitizers still go where they went before. One at a time.
+// While it lives everything that the process writes to its standard error stream is kept here
+// instead. Reports of the sanitizers still go where they went before. One at a time.
 class StderrCapture {
  public:
-  StderrCapture();
-  ~StderrCapture();
-  StderrCapture(const StderrCapture&) = delete;
-  StderrCapture& operator=(const StderrCapture&) = delete;
+  StderrCapture() {
+    SendSanitizerReportsTo(m_original);
+    std::FILE* const file = std::fopen(m_file.string().c_str(), "wb");
+    dup2(fileno(file), STDERR_FILENO);
+    std::fclose(file);
+  }
+  ~StderrCapture() {
+    dup2(m_original, STDERR_FILENO);
+    SendSanitizerReportsTo(STDERR_FILENO);
+    close(m_original);
+    std::filesystem::remove(m_file);
+  }
 
-  std::string Text() const;
-  // The lines that contain the text, without their ends; an unfinished last line counts.
-  std::vector<std::string> LinesWith(const std::string& part) const;
-  // Waits until there is one.
-  bool WaitForLine(const std::string& part, std::chrono::milliseconds limit) const;
+  std::string Text() const {
+    std::string text;
+    std::getline(std::ifstream(m_file, std::ios::binary), text, '\0');
+    return text;
+  }
+  std::vector<std::string> LinesWith(const std::string& part) const {
+    std::vector<std::string> lines;
+    std::ifstream file(m_file, std::ios::binary);
+    for (std::string line; std::getline(file, line);) {
+      if (line.find(part) != std::string::npos) lines.push_back(line);
+    }
+    return lines;
+  }
 
  private:
-  const std::filesystem::path m_file;  // what was written
-  const int m_original;                // where it went before
+  static void SendSanitizerReportsTo(std::intptr_t fd) {
+    if (__sanitizer_set_report_fd) __sanitizer_set_report_fd(reinterpret_cast<void*>(fd));
+  }
+
+  const std::filesystem::path m_file =
+      std::filesystem::temp_directory_path() / ("stderr-" + std::to_string(getpid()));
+  const int m_original = dup(STDERR_FILENO);
 };
 
 }  // namespace testkit

@@ -1,66 +1,78 @@
 #pragma once
 
-#include <chrono>
-#include <cstdint>
-#include <functional>
-#include <optional>
-#include <string>
+#include <cstdarg>
+#include <cstdio>
+#include <memory>
 
 #include "00shcode/ftmtsockimpl/engine_state.h"
-#include "00shcode/ftmtsockimpl/link_info.h"
 #include "sockif/base_sock_if.h"
-#include "tests/support/log_line.h"
-#include "tests/support/mailbox.h"
-#include "tests/support/peer.h"
-#include "tests/support/scripted_server.h"
-#include "tests/support/wire.h"
+#include "tests/support/servers.h"
 
 namespace testkit {
 
-// A heap buffer with these bytes, as SendPkg takes it.
-CFTBuffer* NewBuffer(const Bytes& bytes);
+inline CFTBuffer* NewBuffer(const Bytes& bytes) {
+  auto buffer = std::make_unique<CFTBuffer>();
+  buffer->Append(bytes.data(), static_cast<std::int32_t>(bytes.size()));
+  return buffer.release();
+}
 
-// A callback that a protocol class received.
+// A release function for SendPkg that counts its calls since the counter was made. One at a time.
+class ReleaseCounter {
+ public:
+  ReleaseCounter() { s_count = 0; }
+
+  static void Release(CFTBuffer* buffer) {
+    ReleaseFTBuffer(buffer);
+    ++s_count;
+  }
+
+  int Count() const { return s_count; }
+  bool Reaches(int count, Milliseconds limit) const {
+    return WaitUntil([&] { return s_count == count; }, limit);
+  }
+
+ private:
+  static inline std::atomic<int> s_count{0};
+};
+
+struct LogLine {
+  std::string source;
+  int line;
+  std::int32_t level_code;
+  std::string text;
+  std::chrono::steady_clock::time_point time;
+};
+
 struct LinkEvent {
   enum class Kind { kConnected, kAccepted, kConnectFailed, kPackage, kClosed };
 
-  Kind kind{};
+  Kind kind;
   FTLinkInfo link;
-  FTLinkInfo listener;     // kAccepted
-  Bytes body;              // kPackage, without the header
-  FTCloseReason reason{};  // kClosed
-  std::uint32_t thread = 0;
+  Bytes body;            // kPackage, without the header
+  FTCloseReason reason;  // kClosed
+  FTLinkInfo listener;   // kAccepted
+  std::uint32_t thread = platform::CurrentThreadId();
 };
 
 struct SpaceReport {
   std::string link_id;
   std::int32_t free_bytes;
   std::int32_t limit;
-  std::uint32_t thread;
-  std::chrono::steady_clock::time_point time;
-};
-
-struct HeartbeatCall {
-  std::uint32_t thread;
+  std::uint32_t thread = platform::CurrentThreadId();
 };
 
 // A protocol on the engine whose packages are those of the wire format, and which writes down all
-// that the engine tells it. Linking and sending take a line each:
-//
-//   TestProtocol protocol;
-//   protocol.Start();
-//   auto [id, peer, link] = protocol.OpenLink(server);
-//   protocol.Send(id, "question");
+// that the engine tells it.
 class TestProtocol : public CFTBaseSockIf {
  public:
+  using Kind = LinkEvent::Kind;
+
   // Run inside the callbacks of their names, on their threads. To be set before Start.
   struct Hooks {
     std::function<std::string()> new_link_id;
     std::function<std::int32_t(const unsigned char*, std::int32_t)> package_length;
     std::function<void(const FTLinkInfo&, CFTBuffer*, std::int32_t* keep)> received;
-    std::function<void(const FTLinkInfo&)> closed;
-    std::function<void(const FTLinkInfo&)> space;
-    std::function<void(const FTLinkInfo&)> heartbeat;
+    std::function<void(const FTLinkInfo&)> closed, space, heartbeat;
   };
 
   struct OpenedLink {
@@ -72,75 +84,145 @@ class TestProtocol : public CFTBaseSockIf {
     FTLinkInfo link;
   };
 
+  static constexpr int kThreads = 5;  // before it has links
+
   explicit TestProtocol(FTEventMode events = FTEventMode::kByMessage,
                         FTHeartbeatMode heartbeats = FTHeartbeatMode::kOnSendThread,
-                        FTSpaceReports spaces = FTSpaceReports::kWanted);
+                        FTSpaceReports spaces = FTSpaceReports::kWanted)
+      : CFTBaseSockIf(events, heartbeats, spaces) {}
   ~TestProtocol() override { Stop(); }
 
   Hooks& On() { return m_hooks; }
-  // How many threads an interface has before it has links.
-  static constexpr int kThreads = 5;
 
-  // Blocks until the operations are accepted.
-  void Start();
-  // The same, until all threads of the engine have been started. For a process's only protocol.
-  void StartAlone();
-  // Ends the thread and joins it. May be called again.
-  void Stop();
+  void Start() {
+    StartThread(0);
+    Require(WaitUntil([this] { return IsRunning() == 1; }, kLimit), "the thread does not start");
+  }
+  // Waits for all threads of the engine. For a process's only protocol.
+  void StartAlone() {
+    Start();
+    Require(WaitUntil([] { return GetThreadCount() == kThreads; }, kLimit), "a thread is missing");
+  }
+  void Stop() {
+    PostQuit();
+    WaitThreadExit();
+  }
 
-  // All of them with a limit of ten seconds.
-  // Links to the server; throws std::runtime_error when no link comes about.
-  OpenedLink OpenLink(ScriptedServer& server);
-  // The next event of this kind; those before it are dropped. Nothing when none comes.
-  std::optional<LinkEvent> WaitFor(LinkEvent::Kind kind);
-  // The body of the next package.
-  std::optional<Bytes> ReceivePackage();
-  // The reason of the next link that is reported as closed; nothing when none is.
-  std::optional<FTCloseReason> WaitClosed();
+  // All waits have a limit of ten seconds. Throws std::runtime_error when no link comes about.
+  OpenedLink OpenLink(ScriptedServer& server) {
+    std::string id = Connect(server.Host(), server.Port());
+    Peer peer = server.Accept(kLimit);
+    const auto connected = WaitFor(Kind::kConnected);
+    Require(connected && connected->link.link_id == id, "no link came up");
+    return {std::move(id), std::move(peer), connected->link};
+  }
+  // The next event of this kind, or nothing; those before it are dropped.
+  std::optional<LinkEvent> WaitFor(Kind kind) {
+    auto event = m_events.Take(kLimit);
+    while (event && event->kind != kind) event = m_events.Take(kLimit);
+    return event;
+  }
+  std::optional<Bytes> ReceivePackage() {
+    const auto event = WaitFor(Kind::kPackage);
+    return event ? std::optional(event->body) : std::nullopt;
+  }
+  std::optional<FTCloseReason> WaitClosed() {
+    const auto event = WaitFor(Kind::kClosed);
+    return event ? std::optional(event->reason) : std::nullopt;
+  }
 
-  // Ends the link, a connect or a listening socket.
   void Close(const std::string& link_id) { CloseLink(link_id, FTCloseMode::kNow); }
-
-  // Result of SendPkg with a package of this body that is released in any case.
-  std::int32_t Send(const std::string& link_id, const Bytes& body, std::int32_t priority = 3);
+  std::int32_t Send(const std::string& link_id, const Bytes& body, std::int32_t priority = 3) {
+    return SendPkg(link_id, NewBuffer(BuildPackage(body)), &ReleaseFTBuffer,
+                   FTSendMode::kWithinLimits, FTOnRefusal::kRelease, priority);
+  }
 
   Mailbox<LinkEvent>& Events() { return m_events; }
   Mailbox<SpaceReport>& Spaces() { return m_spaces; }
-  Mailbox<HeartbeatCall>& HeartbeatCalls() { return m_heartbeat_calls; }
-
-  // The lines that contain the text, whatever their levels.
-  std::vector<LogLine> LinesWith(const std::string& part) const;
+  Mailbox<std::uint32_t>& HeartbeatCalls() { return m_heartbeat_calls; }  // their threads
+  std::vector<LogLine> LinesWith(const std::string& part) const {
+    std::vector<LogLine> lines;
+    for (LogLine& line : m_lines.All()) {
+      if (line.text.find(part) != std::string::npos) lines.push_back(std::move(line));
+    }
+    return lines;
+  }
 
   FTEngineState& State();
-  // Waits until nothing that was received or queued is counted any more.
-  bool CountersReturnToZero();
+  bool CountersReturnToZero() {
+    const auto& received = State().undelivered_recv_bytes;
+    const auto& queued = State().queued_send_bytes;
+    return WaitUntil([&] { return received == 0 && queued == 0; }, kLimit);
+  }
 
+  // Every line, also those that the threshold would drop.
   void WriteLog(const char* path, int line, std::int32_t level_code, const char* format,
-                ...) override FT_PRINTF(5, 6);
+                ...) override {
+    va_list arguments;
+    va_start(arguments, format);
+    VWriteLog(path, line, level_code, format, arguments);
+    va_end(arguments);
+  }
   void VWriteLog(const char* path, int line, std::int32_t level_code, const char* format,
-                 va_list arguments) override FT_PRINTF(5, 0);
+                 va_list arguments) override {
+    char text[512];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    m_lines.Push({path, line, level_code, text, std::chrono::steady_clock::now()});
+  }
 
-  std::string VNewLinkId() override;
+  std::string VNewLinkId() override {
+    return m_hooks.new_link_id ? m_hooks.new_link_id() : CFTBaseSockIf::VNewLinkId();
+  }
 
  protected:
-  std::int32_t VGetOnePkgLen(const void* data, std::int32_t count, const FTLinkInfo* link) override;
-  CFTBuffer* VGetHeartbeatPkg(const FTLinkInfo* link, FTReleaseFunction* release) override;
-  void OnLinkClosed(const FTLinkInfo* link, FTCloseReason reason) override;
-  void OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::int32_t* keep) override;
-  void OnConnectFailed(const FTLinkInfo* link) override {
-    Note(LinkEvent::Kind::kConnectFailed, link);
+  std::int32_t VGetOnePkgLen(const void* data, std::int32_t count, const FTLinkInfo*) override {
+    const auto* const bytes = static_cast<const unsigned char*>(data);
+    if (m_hooks.package_length) return m_hooks.package_length(bytes, count);
+    if (count < static_cast<std::int32_t>(kHeaderSize)) return 0;
+    const Bytes header(static_cast<const char*>(data), kHeaderSize);
+    return static_cast<std::int32_t>(BigEndianAt(header, 4) + kHeaderSize);
   }
-  void OnConnected(const FTLinkInfo* link) override { Note(LinkEvent::Kind::kConnected, link); }
-  void OnAccepted(const FTLinkInfo* link, const FTLinkInfo* listener) override;
-  void OnSendSpace(const FTLinkInfo* link, std::int32_t free_bytes, std::int32_t limit) override;
+  CFTBuffer* VGetHeartbeatPkg(const FTLinkInfo* link, FTReleaseFunction* release) override {
+    if (m_hooks.heartbeat) m_hooks.heartbeat(*link);
+    m_heartbeat_calls.Push(platform::CurrentThreadId());
+    *release = &ReleaseFTBuffer;
+    return NewBuffer(HeartbeatPackage());
+  }
+  void OnLinkClosed(const FTLinkInfo* link, FTCloseReason reason) override {
+    if (m_hooks.closed) m_hooks.closed(*link);
+    Report(Kind::kClosed, link, {}, reason);
+  }
+  void OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::int32_t* keep) override {
+    const Bytes whole(reinterpret_cast<const char*>(pkg->GetData()),
+                      static_cast<std::size_t>(pkg->GetDataLen()));
+    Report(Kind::kPackage, link, whole.substr(whole.size() < kHeaderSize ? 0 : kHeaderSize));
+    if (m_hooks.received) m_hooks.received(*link, pkg, keep);
+  }
+  void OnConnectFailed(const FTLinkInfo* link) override { Report(Kind::kConnectFailed, link); }
+  void OnConnected(const FTLinkInfo* link) override { Report(Kind::kConnected, link); }
+  void OnAccepted(const FTLinkInfo* link, const FTLinkInfo* listener) override {
+    Report(Kind::kAccepted, link, {}, {}, *listener);
+  }
+  void OnSendSpace(const FTLinkInfo* link, std::int32_t free, std::int32_t limit) override {
+    if (m_hooks.space) m_hooks.space(*link);
+    m_spaces.Push({link->link_id, free, limit});
+  }
 
  private:
-  void Note(LinkEvent::Kind kind, const FTLinkInfo* link, LinkEvent event = {});
+  static constexpr std::chrono::seconds kLimit{10};
+
+  void Report(Kind kind, const FTLinkInfo* link, const Bytes& body = {}, FTCloseReason reason = {},
+              const FTLinkInfo& listener = {}) {
+    m_events.Push({kind, *link, body, reason, listener});
+  }
+  static void Require(bool condition, const char* what) {
+    if (!condition) throw std::runtime_error(what);
+  }
 
   Hooks m_hooks;
   Mailbox<LinkEvent> m_events;
   Mailbox<SpaceReport> m_spaces;
-  Mailbox<HeartbeatCall> m_heartbeat_calls;
+  Mailbox<std::uint32_t> m_heartbeat_calls;
   Mailbox<LogLine> m_lines;
 };
 

@@ -1,10 +1,11 @@
 // The wire format, from this kit's own code: a fault in the library's codec cannot hide here.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <string>
+#include <random>
+#include <sstream>
+#include <stdexcept>
 
 namespace testkit {
 
@@ -13,33 +14,75 @@ using Bytes = std::string;
 
 constexpr std::size_t kHeaderSize = 12;
 
-// The four bytes that stand in the header of a package with this body.
-Bytes CheckSum(const Bytes& body);
+inline std::uint32_t BigEndianAt(const Bytes& bytes, std::size_t offset) {
+  std::uint32_t word = 0;  // bytes behind the end count as zero
+  for (std::size_t i = offset; i < offset + 4; ++i) {
+    word = word << 8 | (i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0U);
+  }
+  return word;
+}
+
+inline Bytes BigEndian(std::uint32_t value) {
+  Bytes bytes;
+  for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(value >> shift & 0xFFU);
+  return bytes;
+}
+
+inline Bytes CheckSum(const Bytes& body) {
+  constexpr std::int64_t kTwoTo32 = std::int64_t{1} << 32;
+  std::int64_t sum = 0;
+  for (std::size_t offset = 0; offset < body.size(); offset += 4) {
+    sum += static_cast<std::int32_t>(BigEndianAt(body, offset));
+    while (sum >= kTwoTo32) sum = sum % kTwoTo32 + sum / kTwoTo32;
+  }
+  return BigEndian(~static_cast<std::uint32_t>(sum));
+}
 
 // Twelve header bytes with any content, for packages that lie. check_sum holds four bytes.
-Bytes BuildHeader(std::uint32_t body_length, const Bytes& check_sum, std::uint32_t mark = 1);
+inline Bytes BuildHeader(std::uint32_t body_length, const Bytes& check_sum,
+                         std::uint32_t mark = 1) {
+  const Bytes reversed = BigEndian(mark);
+  return Bytes(reversed.rbegin(), reversed.rend()) + BigEndian(body_length) + check_sum;
+}
 
-Bytes BuildPackage(const Bytes& body);
-Bytes HeartbeatPackage();
-bool IsHeartbeat(const Bytes& body);
+inline Bytes BuildPackage(const Bytes& body) {
+  return BuildHeader(static_cast<std::uint32_t>(body.size()), CheckSum(body)) + body;
+}
 
-struct ParsedPackage {
-  std::uint32_t mark = 0;
-  Bytes body;
-  bool check_sum_matches = false;
-  std::size_t size = 0;  // of the whole package, header included
-};
+inline Bytes HeartbeatPackage() {
+  return Bytes("\1\0\0\0\0\0\0\3\xB7\xBD\xFF\xFFHB\0", 15);
+}
 
-// The package at the start of the stream; nothing while it is incomplete.
-std::optional<ParsedPackage> ParsePackage(const Bytes& stream);
-// Cuts it off and returns its body; throws std::runtime_error when mark or check sum are wrong.
-std::optional<Bytes> TakeBody(Bytes* stream);
+inline bool IsHeartbeat(const Bytes& body) {
+  return body.compare(0, 3, "HB\0", 3) == 0;
+}
 
-// "48 42 00" and back. FromHex throws std::invalid_argument on anything else.
-Bytes FromHex(const std::string& text);
-std::string HexDump(const Bytes& bytes, std::size_t limit = 64);
+// Cuts the package at the start of the stream off and returns its body; nothing while it is
+// incomplete. Throws std::runtime_error when mark or check sum are wrong.
+inline std::optional<Bytes> TakeBody(Bytes* stream) {
+  const std::size_t size = kHeaderSize + BigEndianAt(*stream, 4);
+  if (stream->size() < size) return std::nullopt;
+  const Bytes package = stream->substr(0, size);
+  Bytes body = package.substr(kHeaderSize);
+  if (package != BuildPackage(body)) throw std::runtime_error("malformed package");
+  stream->erase(0, size);
+  return body;
+}
 
 // A body of this size that repeats at no short distance; the same seed gives the same bytes.
-Bytes PatternBody(std::size_t size, std::uint32_t seed = 1);
+inline Bytes PatternBody(std::size_t size, std::uint32_t seed = 1) {
+  Bytes body(size, '\0');
+  std::minstd_rand random(seed + 1);
+  for (char& byte : body) byte = static_cast<char>(random() >> 16);
+  return body;
+}
+
+// "48 42 00"
+inline Bytes FromHex(const std::string& text) {
+  Bytes bytes;
+  std::istringstream numbers(text);
+  for (unsigned byte; numbers >> std::hex >> byte;) bytes += static_cast<char>(byte);
+  return bytes;
+}
 
 }  // namespace testkit

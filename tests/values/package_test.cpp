@@ -1,3 +1,4 @@
+// Packages on the wire: their bytes, their check sums, and how a stream is cut into them.
 #include "client/package.h"
 
 #include <gtest/gtest.h>
@@ -9,16 +10,16 @@
 #include <utility>
 #include <vector>
 
+#include "00shcode/ftmtsockimpl/pkg_cutter.h"
 #include "client/check_sum.h"
 #include "tests/support/wire.h"
 
 namespace {
 
 using namespace testkit;
+using Result = CFTPkgCutter::Result;
 
-constexpr std::uint32_t kLongestBody = 0x7FFFFFF3;  // 2^31 - 13
-constexpr std::uint32_t kTooLong[] = {kLongestBody + 1, 0x7FFFFFFF, 0x80000000,
-                                      0xFFFFFFF3,       0xFFFFFFF4, 0xFFFFFFFF};
+constexpr std::int32_t kMaxPkgLen = 5242880;
 
 Bytes Content(const CFTBuffer& buffer) {
   return Bytes(reinterpret_cast<const char*>(buffer.GetData()),
@@ -40,38 +41,10 @@ std::optional<Bytes> Decode(const Bytes& bytes) {
   return Bytes(body, static_cast<std::size_t>(length));
 }
 
-std::int32_t LengthOf(const Bytes& bytes) {
-  const auto block = std::make_unique<char[]>(bytes.size());
-  bytes.copy(block.get(), bytes.size());
-  return ft::GetPkgLen(block.get(), static_cast<std::int32_t>(bytes.size()));
-}
-
-TEST(Package, HasItsBytesInWireOrder) {
-  EXPECT_EQ(HexDump(BuildPackage("abc")), "01 00 00 00 00 00 00 03 9E 9D 9C FF 61 62 63");
-  EXPECT_EQ(HexDump(BuildHeader(0x01020304, "abcd", 5)), "05 00 00 00 01 02 03 04 61 62 63 64");
-  CFTBuffer buffer;
-  Bytes expected;
-  for (const Bytes& body : {Bytes("abc"), Bytes(), PatternBody(256), PatternBody(100003)}) {
-    ASSERT_EQ(ft::EncodePkg(&buffer, body.data(), static_cast<std::int32_t>(body.size())), 0);
-    expected += BuildPackage(body);
+TEST(Package, IsDecodedWhateverFollowsUnlessItIsCutOrDamaged) {
+  for (const Bytes& body : {Bytes(), Bytes(5, '\0'), PatternBody(4000)}) {
+    EXPECT_TRUE(Decode(BuildPackage(body) + "more") == body) << body.size() << " bytes";
   }
-  for (const std::int32_t length : {-1, INT32_MIN, INT32_MAX, INT32_MAX - 11}) {
-    EXPECT_EQ(ft::EncodePkg(&buffer, "x", length), -1) << length;
-  }
-  EXPECT_EQ(ft::EncodePkg(&buffer, nullptr, 0), -1);
-  EXPECT_TRUE(Content(buffer) == expected);
-}
-
-TEST(Package, IsDecodedWhateverItsMarkAndWhateverFollows) {
-  for (const std::uint32_t mark : {0U, 1U, 0xFFFFFFFFU}) {
-    for (const Bytes& body : {Bytes(), Bytes(5, '\0'), PatternBody(4000)}) {
-      const Bytes head = BuildHeader(static_cast<std::uint32_t>(body.size()), CheckSum(body), mark);
-      EXPECT_TRUE(Decode(head + body + "more") == body) << body.size() << " bytes, mark " << mark;
-    }
-  }
-}
-
-TEST(Package, IsRefusedWhenItIsCutOrDamaged) {
   // The zeros are what a reader finds by chance behind a package that was cut.
   const Bytes package = BuildPackage(PatternBody(60) + Bytes(40, '\0'));
   for (std::size_t size = 0; size < package.size(); ++size) {
@@ -82,36 +55,20 @@ TEST(Package, IsRefusedWhenItIsCutOrDamaged) {
     damaged[bit / 8] = static_cast<char>(damaged[bit / 8] ^ (1 << bit % 8));
     EXPECT_FALSE(Decode(damaged)) << "bit " << bit;
   }
-  for (const std::uint32_t length : kTooLong) {
-    EXPECT_FALSE(Decode(BuildHeader(length, CheckSum("")))) << length;
-  }
 }
 
 TEST(Package, HasItsLengthInTheFirstTwelveBytes) {
-  for (std::size_t count = 0; count <= 15; ++count) {
-    EXPECT_EQ(LengthOf(BuildPackage("abc").substr(0, count)), count < 12 ? 0 : 15) << count;
+  for (std::int32_t count = 0; count <= 15; ++count) {
+    EXPECT_EQ(ft::GetPkgLen(BuildPackage("abc").data(), count), count < 12 ? 0 : 15) << count;
   }
-  EXPECT_EQ(LengthOf(BuildHeader(kLongestBody, "sum?")), INT32_MAX);
-  for (const std::uint32_t length : kTooLong) {
-    EXPECT_LT(LengthOf(BuildHeader(length, "sum?")), 0) << length;
-  }
-}
-
-TEST(Package, IsAHeartbeatByTheThreeBytesThatItsBodyBeginsWith) {
-  EXPECT_EQ(Content(*ft::MakeHeartbeatPkg()), BuildPackage(Bytes("HB\0", 3)));
-  const std::pair<Bytes, bool> cases[] = {
-      {Bytes("HB\0", 3), true}, {Bytes("HB\0tail", 7), true}, {"", false}, {"HB", false},
-      {"HBx", false},           {Bytes("hb\0", 3), false}};
-  for (const auto& [body, expected] : cases) {
-    const auto length = static_cast<std::int32_t>(body.size());
-    EXPECT_EQ(ft::IsHeartbeatBody(body.data(), length), expected) << HexDump(body);
+  EXPECT_EQ(ft::GetPkgLen(BuildHeader(0x7FFFFFF3, "sum?").data(), 12), INT32_MAX);
+  CFTBuffer buffer;
+  for (const std::uint32_t length : {0x7FFFFFF4U, 0x80000000U, 0xFFFFFFF4U, 0xFFFFFFFFU}) {
+    EXPECT_LT(ft::GetPkgLen(BuildHeader(length, "sum?").data(), 12), 0) << length;
+    EXPECT_FALSE(Decode(BuildHeader(length, CheckSum("")))) << length;
+    EXPECT_EQ(ft::EncodePkg(&buffer, "x", static_cast<std::int32_t>(length)), -1) << length;
   }
 }
-
-using Words = std::vector<std::uint32_t>;
-
-// Bring a sum of 0 to exactly 2^32 - 1, the last one that is not folded.
-const Words kToTheBorder = {0x7FFFFFFF, 0x7FFFFFFF, 1};
 
 // From an odd address to the very end of a block, so that a read behind the data is seen.
 Bytes CheckSumOf(const Bytes& data) {
@@ -120,14 +77,6 @@ Bytes CheckSumOf(const Bytes& data) {
   unsigned char check_sum[4];
   ft::CalcCheckSum(check_sum, block.get() + 1, static_cast<std::int32_t>(data.size()));
   return Bytes(reinterpret_cast<const char*>(check_sum), sizeof check_sum);
-}
-
-Bytes Join(const Words& words) {
-  Bytes data;
-  for (const std::uint32_t word : words) {
-    for (int shift = 24; shift >= 0; shift -= 8) data += static_cast<char>(word >> shift & 0xFF);
-  }
-  return data;
 }
 
 TEST(CheckSum, WorkedValuesOfTheLibraryAndOfTheKit) {
@@ -142,32 +91,122 @@ TEST(CheckSum, WorkedValuesOfTheLibraryAndOfTheKit) {
       {"7F FF FF FF 7F FF FF FF 7F FF FF FF FF", "81 00 00 01"},
   };
   for (const auto& [data, check_sum] : cases) {
-    EXPECT_EQ(HexDump(CheckSumOf(FromHex(data))), check_sum) << data;
-    EXPECT_EQ(HexDump(CheckSum(FromHex(data))), check_sum) << "by the kit: " << data;
+    EXPECT_EQ(CheckSumOf(FromHex(data)), FromHex(check_sum)) << data;
+    EXPECT_EQ(CheckSum(FromHex(data)), FromHex(check_sum)) << "by the kit: " << data;
   }
 }
 
 // The library sums blocks of words at once where their order cannot matter, the kit word by word.
 // Sums that stay at a border or cross it again and again, wherever a block may begin.
 TEST(CheckSum, RunsOfWordsThatCrossTheBorders) {
-  const Words patterns[] = {{0x7FFFFFFF}, {0x80000000}, {0xFFFFFFFF}, {0}, {1}, kToTheBorder};
+  // The last one brings a sum of 0 to exactly 2^32 - 1, the last one that is not folded.
+  const char* const patterns[] = {"7F FF FF FF", "80 00 00 00",
+                                  "FF FF FF FF", "00 00 00 00",
+                                  "00 00 00 01", "7F FF FF FF 7F FF FF FF 00 00 00 01"};
   for (std::uint32_t seed = 1; seed <= 2000; ++seed) {
     std::mt19937 random(seed);
     const auto below = [&random](std::uint32_t limit) {
       return std::uniform_int_distribution<std::uint32_t>(0, limit - 1)(random);
     };
     const std::uint32_t longest_run = 1 + below(seed % 100 == 0 ? 50000 : 120);
-    Words words;
-    while (words.size() < 400) {
-      const Words& pattern = patterns[below(6)];
-      for (std::uint32_t run = 1 + below(longest_run); run > 0; --run) {
-        words.insert(words.end(), pattern.begin(), pattern.end());
-      }
+    Bytes data;
+    while (data.size() < 1600 + seed % 3 * 4000) {
+      const Bytes pattern = FromHex(patterns[below(6)]);
+      for (std::uint32_t run = 1 + below(longest_run); run > 0; --run) data += pattern;
     }
-    Bytes data = Join(words);
     data.resize(data.size() - below(260));
-    ASSERT_EQ(HexDump(CheckSumOf(data)), HexDump(CheckSum(data))) << "seed " << seed;
+    ASSERT_TRUE(CheckSumOf(data) == CheckSum(data)) << "seed " << seed;
   }
+}
+
+// Feeds a cutter as a link's receive thread does: a cut after each read of at most what fits.
+struct CutterFeed {
+  // Stops at the first result but kGoOn.
+  Result Feed(const Bytes& bytes) {
+    pass = {};
+    for (std::size_t fed = 0; fed < bytes.size() && pass.result == Result::kGoOn;) {
+      platform::BytePiece spaces[CFTPkgCutter::kMaxSpaces];
+      const std::size_t fed_before = fed;
+      for (int i = 0, count = cutter.GetSpaces(spaces); i < count; ++i) {
+        const auto room = static_cast<std::size_t>(spaces[i].length);
+        fed += bytes.copy(static_cast<char*>(spaces[i].data), room, fed);
+      }
+      cutter.Commit(static_cast<std::int32_t>(fed - fed_before));
+      pass = cutter.Cut(kMaxPkgLen, &packages);
+    }
+    return pass.result;
+  }
+
+  // Whether exactly these packages were cut since the last call.
+  bool Gave(const std::vector<Bytes>& expected) {
+    std::vector<Bytes> given;
+    for (const FTBufferPtr& package : std::exchange(packages, {})) {
+      EXPECT_EQ(*package->GetWritePos(), 0) << "behind every package";
+      given.push_back(Content(*package));
+    }
+    return given == expected;
+  }
+
+  CFTPkgCutter cutter{&ft::GetPkgLen};
+  CFTPkgCutter::Pass pass{};
+  std::vector<FTBufferPtr> packages{};
+};
+
+TEST(PkgCutter, TheSamePackagesComeOutHoweverTheStreamIsSplit) {
+  const std::size_t sizes[] = {0,    1,    3,    88,   2024,  2035,  2036,
+                               2037, 2048, 4083, 4084, 10240, 65524, 200000};
+  for (std::uint32_t seed = 1; seed <= 17; ++seed) {
+    std::mt19937 random(seed);
+    std::vector<Bytes> packages;
+    Bytes stream;
+    for (std::uint32_t i = 0; i < 60; ++i) {
+      packages.push_back(BuildPackage(PatternBody(sizes[random() % std::size(sizes)], i)));
+      stream += packages.back();
+    }
+    CutterFeed feed;
+    std::uniform_int_distribution<std::size_t> read_size(1, std::size_t{1} << (seed % 17));
+    for (std::size_t offset = 0, size = 0; offset < stream.size(); offset += size) {
+      size = read_size(random);
+      ASSERT_EQ(feed.Feed(stream.substr(offset, size)), Result::kGoOn);
+    }
+    EXPECT_TRUE(feed.Gave(packages)) << seed;
+  }
+}
+
+TEST(PkgCutter, AFaultTakesThePackagesOfItsRegularBufferAndTheBytesBehindItAlong) {
+  const Bytes good = BuildPackage(PatternBody(88));
+  CutterFeed feed;
+  Bytes stream;
+  for (int i = 0; i < 21; ++i) stream += good;
+  EXPECT_EQ(feed.Feed(stream + BuildHeader(kMaxPkgLen - 12, "sum?") + "behind it"),
+            Result::kTooBig);
+  EXPECT_EQ(feed.pass.cut, 21);
+  EXPECT_TRUE(feed.Gave(std::vector<Bytes>(20, good)))
+      << "a full regular buffer lies before the one at fault";
+  EXPECT_EQ(feed.Feed(good), Result::kGoOn);
+  EXPECT_TRUE(feed.Gave({good})) << "nothing of the fault is left";
+}
+
+// The length stands in the first byte, in tens. No more than a regular buffer holds was shown.
+TEST(PkgCutter, TheRuleSeesWhatARegularBufferHolds) {
+  CutterFeed tens{CFTPkgCutter([](const unsigned char* data, std::int32_t count) {
+    EXPECT_LE(count, data[0] == 240 ? 2400 : 2048);
+    return count == 0 ? 0 : data[0] * 10;
+  })};
+  Bytes stream;
+  const Bytes small = Bytes(1, '\x14') + Bytes(199, 's');
+  for (int i = 0; i < 100; ++i) stream += small;
+  EXPECT_EQ(tens.Feed(stream), Result::kGoOn);
+  EXPECT_TRUE(tens.Gave(std::vector<Bytes>(100, small)));
+  EXPECT_FALSE(tens.pass.cut_long);
+  const Bytes longer = Bytes(1, '\xF0') + Bytes(2399, 'l');
+  EXPECT_EQ(tens.Feed(longer + small), Result::kGoOn);
+  EXPECT_TRUE(tens.Gave({longer, small}));
+  EXPECT_TRUE(tens.pass.cut_long);
+
+  CutterFeed never{CFTPkgCutter([](const unsigned char*, std::int32_t) { return 0; })};
+  EXPECT_EQ(never.Feed(Bytes(2047, 'n')), Result::kGoOn);
+  EXPECT_EQ(never.Feed("n"), Result::kNoLength) << "a full regular buffer cannot be read into";
 }
 
 }  // namespace

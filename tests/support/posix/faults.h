@@ -1,74 +1,131 @@
-// Faults from outside. A fault is to be ordered before the thread runs that shall meet it. These
-// stand before the system's functions, so they exist on Linux alone.
+// Faults from outside, for Linux alone: they stand before the system's functions. A fault is to be
+// ordered before the thread runs that shall meet it. Of each class one object at a time.
 #pragma once
 
-#include <sys/types.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <atomic>
-#include <cstddef>
-#include <cstdint>
-#include <vector>
+#include <cerrno>
+#include <map>
+
+#include "tests/support/socket.h"
 
 namespace testkit {
 
 enum class Call { kSend, kReceive, kPoll, kConnect, kAccept };
 
 struct SendCall {
-  std::size_t asked;  // bytes
-  ssize_t result;     // as the caller saw it
+  ssize_t result;  // as the caller saw it
 };
 
-// While it lives, the library's socket calls behave as told and sends are recorded; the sockets of
-// this kit use other calls. One at a time.
+// While it lives, the library's socket calls behave as told and sends are recorded.
 class SocketFaults {
  public:
-  SocketFaults();
-  ~SocketFaults();
-  SocketFaults(const SocketFaults&) = delete;
-  SocketFaults& operator=(const SocketFaults&) = delete;
+  SocketFaults() { Activate(this); }
+  ~SocketFaults() { Activate(nullptr); }
 
   // Each call (send or receive) moves at most this many bytes.
-  void AtMost(Call call, std::size_t bytes);
+  void AtMost(Call call, std::size_t bytes) {
+    const Guard guard(s_lock);
+    m_plans[call].at_most = bytes;
+  }
   // The next calls do nothing but fail with this errno value.
-  void Fail(Call call, int error, int calls = 1);
-  // How many of the failures that were ordered have not happened yet.
-  std::size_t Pending() const;
-  std::vector<SendCall> Sends() const;
-};
+  void Fail(Call call, int error, int calls = 1) {
+    const Guard guard(s_lock);
+    std::deque<int>& failures = m_plans[call].failures;
+    failures.insert(failures.end(), static_cast<std::size_t>(calls), error);
+  }
+  std::size_t Pending() const {
+    const Guard guard(s_lock);
+    std::size_t pending = 0;
+    for (const auto& [call, plan] : m_plans) pending += plan.failures.size();
+    return pending;
+  }
+  std::vector<SendCall> Sends() const {
+    const Guard guard(s_lock);
+    return m_sends;
+  }
 
-// While it lives the process can start only so many more threads. One at a time.
-class ThreadLimit {
- public:
-  explicit ThreadLimit(int more);
-  ~ThreadLimit();
-  ThreadLimit(const ThreadLimit&) = delete;
-  ThreadLimit& operator=(const ThreadLimit&) = delete;
-
-  int Refused() const;  // attempts that failed because of the limit
-};
-
-// While it lives the process can open only so many more descriptors. One at a time.
-class DescriptorLimit {
- public:
-  explicit DescriptorLimit(int more);
-  ~DescriptorLimit();
-  DescriptorLimit(const DescriptorLimit&) = delete;
-  DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+  // How many bytes a call of this thread may move; nothing, and errno is set, when it fails.
+  static std::optional<std::size_t> Meet(Call call) {
+    const Guard guard(s_lock);
+    if (s_active == nullptr || FaultFree::s_depth > 0) return SIZE_MAX;
+    auto& [failures, at_most] = s_active->m_plans[call];
+    if (failures.empty()) return at_most;
+    errno = failures.front();
+    failures.pop_front();
+    return std::nullopt;
+  }
+  static void Record(SendCall call) {
+    const Guard guard(s_lock);
+    if (s_active != nullptr && FaultFree::s_depth == 0) s_active->m_sends.push_back(call);
+  }
 
  private:
-  std::uint64_t m_before;
+  using Guard = std::lock_guard<std::mutex>;
+
+  struct Plan {
+    std::deque<int> failures;
+    std::size_t at_most = SIZE_MAX;
+  };
+
+  static void Activate(SocketFaults* faults) {
+    const Guard guard(s_lock);
+    s_active = faults;
+  }
+
+  static inline std::mutex s_lock;  // guards everything
+  static inline SocketFaults* s_active = nullptr;
+
+  std::map<Call, Plan> m_plans;
+  std::vector<SendCall> m_sends;
 };
 
-// While it lives the clocks can be moved; waits are not touched. One at a time.
+// While it lives the process can start only so many more threads.
+class ThreadLimit {
+ public:
+  explicit ThreadLimit(int more) {
+    s_refused = 0;
+    s_left = more;
+  }
+  ~ThreadLimit() { s_left = -1; }
+
+  int Refused() const { return s_refused; }  // attempts that failed because of the limit
+
+  static inline std::atomic<int> s_left{-1}, s_refused{0};
+};
+
+// While it lives the process can open only so many more descriptors.
+class DescriptorLimit {
+ public:
+  // The system gives out the lowest free number: the one behind the next `more` is out of bounds.
+  explicit DescriptorLimit(int more) {
+    std::vector<Descriptor> taken;
+    for (int i = 0; i <= more; ++i) taken.emplace_back(dup(STDOUT_FILENO));
+    getrlimit(RLIMIT_NOFILE, &m_before);
+    const rlimit limit{static_cast<rlim_t>(taken.back().Get()), m_before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &limit);
+  }
+  ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &m_before); }
+
+ private:
+  rlimit m_before{};
+};
+
+// While it lives the clocks can be moved; waits are not touched.
 class ClockShift {
  public:
-  ClockShift() = default;
-  ~ClockShift();
-  ClockShift(const ClockShift&) = delete;
-  ClockShift& operator=(const ClockShift&) = delete;
+  ~ClockShift() { s_slept = s_wall = 0; }
 
-  void SetWallClock(std::int64_t seconds);  // forward; negative: back
-  void Sleep(std::int64_t seconds);         // as a machine does that is switched to sleep
+  void SetWallClock(std::int64_t seconds) { s_wall += seconds; }
+  // As a machine does that is switched to sleep.
+  void Sleep(std::int64_t seconds) {
+    s_wall += seconds;
+    s_slept += seconds;
+  }
+
+  static inline std::atomic<std::int64_t> s_wall{0}, s_slept{0};
 };
 
 }  // namespace testkit

@@ -1,18 +1,35 @@
 #pragma once
 
-#include <chrono>
 #include <condition_variable>
-#include <cstddef>
 #include <deque>
 #include <mutex>
 #include <optional>
-#include <utility>
+#include <thread>
 #include <vector>
 
 namespace testkit {
 
-// Where callbacks on other threads put what they saw, for the test to wait for. All members may be
-// called from any thread.
+using Milliseconds = std::chrono::milliseconds;
+
+// For states that announce nothing when they change. The predicate is asked at the end too.
+template <typename Predicate>
+bool WaitUntil(Predicate predicate, Milliseconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  while (!predicate()) {
+    if (std::chrono::steady_clock::now() >= deadline) return predicate();
+    std::this_thread::sleep_for(Milliseconds(2));
+  }
+  return true;
+}
+
+// Runs work(0) to work(count - 1) at once, each on a thread of its own, and joins them all.
+template <typename Work>
+void RunOnThreads(int count, const Work& work) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < count; ++i) threads.emplace_back([&work, i] { work(i); });
+  for (std::thread& thread : threads) thread.join();
+}
+
 template <typename T>
 class Mailbox {
  public:
@@ -22,14 +39,13 @@ class Mailbox {
     m_changed.notify_all();  // with the lock held: the box may be gone once it is free
   }
 
-  // True once this many items are here; false when the limit passes first.
-  bool WaitFor(std::size_t count, std::chrono::milliseconds limit) const {
+  bool WaitFor(std::size_t count, Milliseconds limit) const {
     std::unique_lock<std::mutex> guard(m_lock);
     return m_changed.wait_for(guard, limit, [&] { return m_items.size() >= count; });
   }
 
-  // Removes and returns the oldest item; nothing when none comes within the limit.
-  std::optional<T> Take(std::chrono::milliseconds limit) {
+  // Removes and returns the oldest item.
+  std::optional<T> Take(Milliseconds limit) {
     std::unique_lock<std::mutex> guard(m_lock);
     if (!m_changed.wait_for(guard, limit, [&] { return !m_items.empty(); })) return std::nullopt;
     std::optional<T> item(std::move(m_items.front()));
@@ -37,16 +53,12 @@ class Mailbox {
     return item;
   }
 
-  // A copy of what is here, oldest first.
   std::vector<T> All() const {
     const std::lock_guard<std::mutex> guard(m_lock);
     return std::vector<T>(m_items.begin(), m_items.end());
   }
 
-  std::size_t Count() const {
-    const std::lock_guard<std::mutex> guard(m_lock);
-    return m_items.size();
-  }
+  std::size_t Count() const { return All().size(); }
 
  private:
   mutable std::mutex m_lock;

@@ -1,0 +1,344 @@
+// What arrives on a link: cut, delivered in order and counted, or the end of the link. And what
+// goes out: order, limits, refusals, heartbeats and reports of room.
+#include <atomic>
+#include <tuple>
+
+#include "tests/protocol/protocol_kit.h"
+#include "tests/support/clock.h"
+
+namespace testkit {
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+
+constexpr std::int32_t kQueueLimit = 200000000;
+constexpr std::int64_t kEngineLimit = 800000000;
+
+class Traffic : public testing::Test {
+ protected:
+  TestProtocol::OpenedLink Open() {
+    if (m_protocol.IsRunning() == 0) m_protocol.Start();
+    return m_protocol.OpenLink(m_server);
+  }
+
+  bool WaitForUndelivered(std::int64_t bytes) {
+    return WaitUntil([&] { return m_protocol.State().undelivered_recv_bytes == bytes; }, 10s);
+  }
+
+  // The next event is the end of the link for this reason, with this line or without any.
+  void ExpectClosed(const std::string& id, FTCloseReason reason, const std::string& line = "") {
+    const auto closed = m_protocol.Events().Take(10s);
+    ASSERT_TRUE(closed && closed->kind == Kind::kClosed);
+    EXPECT_EQ(closed->link.link_id, id);
+    EXPECT_EQ(closed->reason, reason);
+    EXPECT_EQ(m_protocol.IsLinkUp(id), 0);
+    if (!line.empty()) m_lines.push_back(line);
+    ExpectLines(m_protocol, "Link down", m_lines);
+  }
+
+  ScriptedServer m_server;
+  TestProtocol m_protocol;
+  Lines m_lines;  // about ended links, so far
+};
+
+using Receiving = Traffic;
+
+TEST_F(Receiving, ALinkThatThePeerEndsEndsWithoutALine) {
+  for (const bool in_order : {true, false}) {
+    auto link = Open();
+    link.peer.SendPackage("last words");
+    ASSERT_EQ(m_protocol.ReceivePackage(), "last words");
+    in_order ? link.peer.Close() : link.peer.Reset();
+    ExpectClosed(link.id, FTCloseReason::kRecvFailed);
+  }
+  const ManualClock before_it_is_deleted;
+  auto half = Open();
+  half.peer.SendRaw(BuildPackage(PatternBody(3000)).substr(0, 2500));
+  ASSERT_TRUE(WaitForUndelivered(2500));
+  half.peer.StopSending();
+  ExpectClosed(half.id, FTCloseReason::kRecvFailed);
+  EXPECT_TRUE(m_protocol.CountersReturnToZero()) << "what nobody will get is not counted for ever";
+}
+
+// Of the good packages only those of the same regular buffer are lost with the faulty one.
+TEST_F(Receiving, AFaultInTheStreamEndsTheLinkAndDropsThePackagesBesideIt) {
+  const Bytes good = BuildPackage("good");
+  const Bytes large = PatternBody(3000);
+  auto too_big = Open();
+  too_big.peer.SendRaw(BuildPackage(large) + good + good +
+                       BuildHeader(0x500000 - kHeaderSize, "sums"));
+  EXPECT_EQ(m_protocol.ReceivePackage(), large);
+  ExpectClosed(too_big.id, FTCloseReason::kBadPkg, LinkDown(2372, "Pkg is too big."));
+  auto negative = Open();
+  negative.peer.SendRaw(good + good + BuildHeader(0x7FFFFFFF, "sums"));
+  ExpectClosed(negative.id, FTCloseReason::kBadPkg, LinkDown(2455, "protocol is error."));
+  const Lines counts = LinesAbout(m_protocol, "Recv msg count[2]");
+  ASSERT_FALSE(counts.empty());
+  EXPECT_EQ(counts[0], "ftmtsockimpl.cpp 2335 10 Recv msg count[2] from[127.0.0.1]\n");
+  EXPECT_TRUE(m_protocol.CountersReturnToZero());
+  m_protocol.Stop();
+  EXPECT_EQ(m_protocol.Events().Count(), 0U);
+}
+
+// The engine ends the link while its receive thread is about to find a fault of its own.
+TEST_F(Receiving, TheFirstReasonStands) {
+  m_protocol.On().package_length = [&](const unsigned char*, std::int32_t) {
+    m_protocol.Close("01000000");
+    EXPECT_TRUE(WaitUntil([&] { return m_protocol.IsLinkUp("01000000") == 0; }, 10s));
+    return -1;
+  };
+  auto link = Open();
+  link.peer.SendRaw("not a package");
+  ExpectClosed(link.id, FTCloseReason::kOnRequest, LinkDown(333, "I close it."));
+}
+
+TEST_F(Receiving, APackageMustNotGrowWhileItIsAssembled) {
+  m_protocol.On().package_length = [](const unsigned char*, std::int32_t count) {
+    return count < 3000 ? 3000 : 3001;
+  };
+  auto link = Open();
+  link.peer.SendRaw(Bytes(3000, 'x'));
+  ExpectClosed(link.id, FTCloseReason::kNotStarted, LinkDown(2421, "VGetOnePkgLen is error."));
+  EXPECT_TRUE(m_protocol.CountersReturnToZero());
+}
+
+TEST_F(Receiving, OnlySilenceOfMoreThan35SecondsEndsTheLink) {
+  ManualClock clock;
+  auto link = Open();
+  for (int bytes = 1; bytes <= 3; ++bytes) {
+    clock.Advance(35000);
+    link.peer.SendRaw("\1");
+    ASSERT_TRUE(WaitForUndelivered(bytes));
+  }
+  // The check is made every two seconds, of the wait before: last of one that began at 35 seconds.
+  for (const std::uint32_t silence : {34000U, 1000U, 1000U}) {
+    clock.Advance(silence);
+    EXPECT_EQ(link.peer.WaitClosed(1200ms), LinkEnd::kStillOpen);  // two waits of the thread
+  }
+  EXPECT_EQ(m_protocol.IsLinkUp(link.id), 1);
+  const FastClock runs_on(20);
+  ExpectClosed(link.id, FTCloseReason::kRecvTimeout, LinkDown(2502, "Recv timeout."));
+}
+
+// A link with half a package and 800,000,000 bytes undelivered reads on after 64 seconds, or as
+// soon as the protocol object has caught up.
+TEST(Throttle, ReadingWaitsWhileTooMuchWaitsForTheProtocolObject) {
+  for (const auto& [mode, behind, waits] :
+       {std::tuple(FTEventMode::kByMessage, kEngineLimit, true),
+        std::tuple(FTEventMode::kByMessage, kEngineLimit - 100, false),
+        std::tuple(FTEventMode::kDirect, kEngineLimit, false)}) {
+    ScriptedServer server;
+    TestProtocol protocol(mode);
+    protocol.Start();
+    auto link = protocol.OpenLink(server);
+    auto& undelivered = protocol.State().undelivered_recv_bytes;
+    undelivered += behind - 6;
+    const Bytes package = BuildPackage("first and second");
+    link.peer.SendRaw(package.substr(0, 6));
+    EXPECT_TRUE(WaitUntil([&, all = behind] { return undelivered == all; }, 10s));
+    link.peer.SendRaw(package.substr(6));
+    EXPECT_EQ(!protocol.Events().WaitFor(1, 700ms), waits);
+    const std::string line =
+        "ftmtsockimpl.cpp 2301 20 Recv MinResolveMillSec=[64000] of [127.0.0.1]\n";
+    ExpectLines(protocol, "MinResolveMillSec", Lines(waits ? 1 : 0, line));
+    undelivered -= behind - 6;
+    EXPECT_EQ(protocol.ReceivePackage(), "first and second");
+    EXPECT_TRUE(protocol.CountersReturnToZero());
+  }
+}
+
+using Sending = Traffic;
+
+// While a blocker waits for the socket, everything else collects in the queue.
+TEST_F(Sending, BeginsAtOnceAndPriorityDecidesWhatFollowsAPackageThatFillsTheSocket) {
+  auto link = Open();
+  ASSERT_TRUE(m_protocol.Spaces().Take(10s));
+  const auto begin = steady_clock::now();
+  ASSERT_EQ(m_protocol.Send(link.id, "at once"), 0);
+  EXPECT_EQ(link.peer.ReceivePackage(10s), "at once");
+  EXPECT_LT(steady_clock::now() - begin, 400ms) << "an idle thread is woken";
+
+  const Bytes blocker = PatternBody(12000000);
+  ASSERT_EQ(m_protocol.Send(link.id, blocker, 1), 0);
+  for (const auto& [body, priority] : {std::pair("3a", 3),
+                                       {"1a", 1},
+                                       {"9 is 5", 9},
+                                       {"0 is 1", 0},
+                                       {"3b", 3},
+                                       {"2a", 2},
+                                       {"5b", 5}}) {
+    ASSERT_EQ(m_protocol.Send(link.id, body, priority), 0);
+  }
+  EXPECT_EQ(m_protocol.IsLinkUp(link.id), 1);
+  EXPECT_GE(m_protocol.State().queued_send_bytes, 1000000);
+  EXPECT_TRUE(link.peer.ReceivePackage(10s) == blocker);
+  for (const char* body : {"1a", "0 is 1", "2a", "3a", "3b", "9 is 5", "5b"}) {
+    EXPECT_EQ(link.peer.ReceivePackage(10s), body);
+  }
+  EXPECT_TRUE(m_protocol.CountersReturnToZero());
+}
+
+TEST_F(Sending, IsRefusedOfNoPackageWithoutALinkThatIsUpAndBeyondTheEnginesBacklogUnlessForced) {
+  auto link = Open();
+  auto closed = Open();
+  closed.peer.Close();
+  ASSERT_TRUE(m_protocol.WaitClosed());
+  const FullBacklogPort mute;
+  const std::string pending = m_protocol.Connect(mute.Host(), mute.Port());
+  const std::string delayed = m_protocol.Connect(mute.Host(), mute.Port(), 0, 0, nullptr, 0, 60);
+  for (const std::string& id : {std::string("FFFFFFFF"), pending, delayed, closed.id}) {
+    SCOPED_TRACE("link " + id);
+    EXPECT_EQ(m_protocol.IsLinkUp(id), 0);
+    ExpectRefused(m_protocol, id, "package", FTSendMode::kForced, kSendNoLink);
+  }
+  ExpectRefused(m_protocol, link.id, "", FTSendMode::kForced, kSendNoLink);
+  const FTBufferPtr empty(NewBuffer(""));
+  for (CFTBuffer* const pkg : {empty.get(), static_cast<CFTBuffer*>(nullptr)}) {
+    EXPECT_EQ(
+        m_protocol.SendPkg(link.id, pkg, nullptr, FTSendMode::kForced, FTOnRefusal::kRelease, 3),
+        kSendNoLink);
+  }
+
+  auto& queued = m_protocol.State().queued_send_bytes;
+  queued += kEngineLimit;
+  ExpectRefused(m_protocol, link.id, "package", FTSendMode::kWithinLimits, kSendTooMuch);
+  EXPECT_EQ(m_protocol.SendPkg(link.id, NewBuffer("x"), &ReleaseFTBuffer, FTSendMode::kForced,
+                               FTOnRefusal::kRelease, 3),
+            kSendQueued);
+  ASSERT_TRUE(WaitUntil([&] { return queued == kEngineLimit; }, 10s));
+  queued -= 1;
+  EXPECT_EQ(m_protocol.Send(link.id, "x"), kSendQueued);
+  queued -= kEngineLimit - 1;
+  EXPECT_TRUE(m_protocol.CountersReturnToZero());
+}
+
+TestProtocol* g_sender = nullptr;
+std::atomic<std::int32_t> g_next_result{-2};
+
+std::int32_t SendNothing(const std::string& id, std::int32_t length,
+                         FTSendMode mode = FTSendMode::kWithinLimits,
+                         FTReleaseFunction release = &ReleaseFTBuffer) {
+  return g_sender->SendPkg(id, NewNothing(length), release, mode, FTOnRefusal::kRelease, 3);
+}
+
+void SendNext(CFTBuffer* buffer) {
+  ReleaseFTBuffer(buffer);
+  g_next_result = SendNothing("01000000", 10);
+}
+
+// Filled while the send thread reports room and so sends nothing. Who sends the next package when
+// one is released finds the room that this made.
+TEST(SendingLimit, IsPassedOnlyByForceOrByTheFirstPackageAndLeftBeforeAPackageIsReleased) {
+  ScriptedServer server;
+  TestProtocol protocol(FTEventMode::kDirect);
+  g_sender = &protocol;
+  auto& queued = protocol.State().queued_send_bytes;
+  protocol.On().space = [&](const FTLinkInfo& link) {
+    if (queued > 0) return;
+    EXPECT_EQ(SendNothing(link.link_id, 10, FTSendMode::kWithinLimits, &SendNext), kSendQueued);
+    EXPECT_EQ(SendNothing(link.link_id, kQueueLimit - 9), kSendTooMuch);
+    EXPECT_EQ(SendNothing(link.link_id, kQueueLimit - 10), kSendQueued);
+    EXPECT_EQ(SendNothing(link.link_id, 1), kSendTooMuch);
+    EXPECT_EQ(SendNothing(link.link_id, 11, FTSendMode::kForced), kSendQueued);
+    EXPECT_EQ(queued, kQueueLimit + 11);
+    queued += kEngineLimit - kQueueLimit;
+  };
+  protocol.Start();
+  const auto link = protocol.OpenLink(server);
+  ASSERT_TRUE(WaitUntil([] { return g_next_result != -2; }, 10s));
+  EXPECT_EQ(g_next_result, kSendQueued);
+
+  queued -= kEngineLimit - kQueueLimit;
+  const auto second = protocol.OpenLink(server);
+  EXPECT_EQ(SendNothing(second.id, kQueueLimit + 1), kSendQueued);
+  EXPECT_EQ(SendNothing(second.id, 50000000), kSendTooMuch);  // more than the system takes
+  protocol.Stop();
+}
+
+// In a report of room, on the send thread, more is queued than goes into one write. The release of
+// the first package ends the link, whose receive thread is kept from closing the socket.
+TEST(SendingEnd, NothingIsWrittenOnceTheLinkHasEnded) {
+  ScriptedServer server;
+  Mailbox<int> leave;
+  std::atomic<bool> receiving{false};
+  TestProtocol protocol(FTEventMode::kDirect);
+  g_sender = &protocol;
+  protocol.On().received = [&](const FTLinkInfo&, CFTBuffer*, std::int32_t*) {
+    receiving = true;
+    leave.WaitFor(1, 20s);
+  };
+  protocol.On().space = [&](const FTLinkInfo& link) {
+    if (!receiving || protocol.State().queued_send_bytes > 0) return;
+    const auto end_link = [](CFTBuffer* buffer) {
+      ReleaseFTBuffer(buffer);
+      g_sender->Close("01000000");
+      EXPECT_TRUE(WaitUntil([] { return g_sender->IsLinkUp("01000000") == 0; }, 10s));
+    };
+    SendNothing(link.link_id, 1, FTSendMode::kForced, end_link);
+    for (int i = 0; i < platform::kMaxPieces; ++i) SendNothing(link.link_id, 1);
+  };
+  protocol.Start();
+  auto link = protocol.OpenLink(server);
+  link.peer.SendPackage("question");
+  EXPECT_TRUE(link.peer.ReceiveExactly(platform::kMaxPieces, 10s));
+  EXPECT_TRUE(WaitUntil([&] { return protocol.IsLinkUp(link.id) == 0; }, 10s));
+  EXPECT_FALSE(link.peer.ReceiveExactly(1, kAWhile));
+  leave.Push(1);
+}
+
+// The link ends while one of its reports is under way.
+TEST(Spaces, NoReportFollowsTheEndOfItsLink) {
+  for (const auto mode : {FTEventMode::kByMessage, FTEventMode::kDirect}) {
+    ScriptedServer server;
+    Mailbox<int> reporting;
+    std::atomic<bool> reported{false};
+    TestProtocol protocol(mode);
+    protocol.On().space = [&](const FTLinkInfo& link) {
+      reporting.Push(1);
+      const auto down = [&] { return protocol.IsLinkUp(link.link_id) == 0; };
+      reported = WaitUntil(down, 10s) && !WaitUntil([] { return false; }, 50ms);
+    };
+    protocol.On().closed = [&](const FTLinkInfo&) { EXPECT_TRUE(reported); };
+    protocol.Start();
+    auto link = protocol.OpenLink(server);
+    ASSERT_TRUE(reporting.WaitFor(1, 10s));
+    link.peer.Close();
+    EXPECT_EQ(protocol.WaitClosed(), FTCloseReason::kRecvFailed);
+    const std::size_t reports = protocol.Spaces().Count();
+    EXPECT_FALSE(protocol.Spaces().WaitFor(reports + 1, 600ms));
+  }
+}
+
+using Heartbeat = std::tuple<FTEventMode, FTHeartbeatMode>;
+class Heartbeats : public testing::TestWithParam<Heartbeat> {};
+
+TEST_P(Heartbeats, GoOutAfter15SecondsWithoutSendingWhateverTheBacklog) {
+  ManualClock clock;
+  ScriptedServer server;
+  TestProtocol protocol(std::get<0>(GetParam()), std::get<1>(GetParam()), FTSpaceReports::kNone);
+  protocol.Start();
+  auto link = protocol.OpenLink(server);
+  clock.Advance(10000);
+  ASSERT_EQ(protocol.Send(link.id, "busy"), 0);
+  EXPECT_EQ(link.peer.ReceivePackage(10s), "busy");
+  clock.Advance(14999);
+  EXPECT_FALSE(link.peer.WaitForHeartbeats(1, 1200ms));  // two waits of the thread
+  protocol.State().queued_send_bytes += kEngineLimit;
+  EXPECT_EQ(protocol.Send(link.id, "refused"), kSendTooMuch);
+  clock.Advance(1001);
+  EXPECT_TRUE(link.peer.WaitForHeartbeats(1, 10s));
+  const auto calls = protocol.HeartbeatCalls().All();
+  ASSERT_EQ(calls.size(), 1U);
+  EXPECT_EQ(calls[0] == protocol.GetThreadId(),
+            GetParam() == Heartbeat(FTEventMode::kByMessage, FTHeartbeatMode::kByMessage));
+  EXPECT_EQ(protocol.Spaces().Count(), 0U) << "reports go only to protocols that want them";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Modes, Heartbeats,
+    testing::Combine(testing::Values(FTEventMode::kByMessage, FTEventMode::kDirect),
+                     testing::Values(FTHeartbeatMode::kOnSendThread, FTHeartbeatMode::kByMessage)));
+
+}  // namespace
+}  // namespace testkit

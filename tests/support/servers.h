@@ -1,0 +1,140 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <list>
+
+#include "tests/support/peer.h"
+
+namespace testkit {
+
+// A port that is its owner's alone, and refuses connects until its owner listens.
+class OwnPort {
+ public:
+  const char* Host() const { return kLoopbackHost; }
+  std::uint16_t Port() const { return LocalPort(m_socket); }
+
+ protected:
+  OwnPort() {
+    platform::SetBlocking(m_socket.Get(), false);
+    if (!platform::BindSocket(m_socket.Get(), Loopback(0))) throw std::runtime_error("no port");
+  }
+
+  const Descriptor m_socket = OpenSocket();
+};
+
+class ClosedPort : public OwnPort {};
+
+// Leaves every connect without an answer, as a host that is switched off does.
+class FullBacklogPort : public OwnPort {
+ public:
+  FullBacklogPort() {
+    Listen(m_socket, 0);
+    // A connect within this machine that has not come about by then finds the backlog full.
+    while (auto caller = Peer::TryConnect(Port(), Milliseconds(500))) {
+      m_callers.push_back(std::move(*caller));
+    }
+  }
+
+ private:
+  std::vector<Peer> m_callers;  // have all the places, and are never accepted
+};
+
+// A server whose part the test plays step by step. The system completes connects by itself, so a
+// client is linked before Accept is called.
+class ScriptedServer : public OwnPort {
+ public:
+  // With a size for each link's buffers: a slow reader.
+  explicit ScriptedServer(int buffer_bytes = 0) {
+    if (buffer_bytes > 0) LimitBuffers(m_socket, buffer_bytes);
+    Listen(m_socket, 128);
+  }
+
+  // The next link in the order of connecting; nothing when nobody comes in time.
+  std::optional<Peer> TryAccept(Milliseconds limit) {
+    const FaultFree guard;
+    if (!WaitFor(Readiness::kReadable, m_socket, limit)) return std::nullopt;
+    platform::SocketAddress caller{};
+    platform::SocketError error{};
+    Descriptor accepted(platform::AcceptSocket(m_socket.Get(), &caller, &error));
+    return accepted.Get() < 0 ? std::nullopt : std::optional<Peer>(std::move(accepted));
+  }
+  // The same, or throws std::runtime_error.
+  Peer Accept(Milliseconds limit) {
+    auto peer = TryAccept(limit);
+    return peer ? std::move(*peer) : throw std::runtime_error("nobody linked to the server");
+  }
+};
+
+// What WaitClosed tells of a link that was reset. Emulated sockets may end in order first.
+inline LinkEnd EndOfResetLinks() {
+  constexpr std::chrono::seconds kLimit(5);
+  ScriptedServer server;
+  Peer caller = Peer::Connect(server.Port(), kLimit);
+  server.Accept(kLimit).Reset();
+  return caller.WaitClosed(kLimit);
+}
+
+// A server that is played by a thread of its own, for tests whose thread is in a blocking call. It
+// returns heartbeats.
+class AnsweringServer : public ScriptedServer {
+ public:
+  // Bodies to send back for one data package; called on the server's thread.
+  using Answer = std::function<std::vector<Bytes>(const Bytes& question)>;
+
+  explicit AnsweringServer(Answer answer) : m_answer(std::move(answer)) {}
+  ~AnsweringServer() {
+    m_stopping = true;
+    m_thread.join();
+  }
+
+  bool WaitForPackages(std::size_t packages, Milliseconds limit) const {
+    return m_packages.WaitFor(packages, limit);
+  }
+  bool WaitForOpenLinks(std::size_t links, Milliseconds limit) const {
+    return WaitUntil([&] { return m_open_links == links; }, limit);
+  }
+  std::vector<Bytes> Packages() const { return m_packages.All(); }  // of all links
+  bool HasFault() const { return m_has_fault; }  // a malformed package ended a link
+
+ private:
+  void Run() {
+    std::list<Peer> links;
+    while (!m_stopping) {
+      if (auto peer = TryAccept(Milliseconds(1))) links.push_back(std::move(*peer));
+      links.remove_if([this](Peer& peer) { return !Serve(&peer); });
+      m_open_links = links.size();
+    }
+  }
+  // False once the link is over.
+  bool Serve(Peer* peer) {
+    try {
+      const LinkEnd end = peer->WaitClosed(Milliseconds(0));
+      while (auto body = peer->ReceiveAny(Milliseconds(0))) {
+        const bool is_heartbeat = IsHeartbeat(*body);
+        const auto answers = is_heartbeat ? std::vector<Bytes>{*body} : m_answer(*body);
+        for (const Bytes& answer : answers) peer->SendPackage(answer);
+        if (!is_heartbeat) m_packages.Push(std::move(*body));
+      }
+      return end == LinkEnd::kStillOpen;
+    } catch (const std::system_error&) {  // the other side is gone
+    } catch (const std::runtime_error&) {
+      m_has_fault = true;
+    }
+    return false;
+  }
+
+  const Answer m_answer;
+  std::atomic<bool> m_stopping{false};
+  std::atomic<bool> m_has_fault{false};
+  std::atomic<std::size_t> m_open_links{0};
+  Mailbox<Bytes> m_packages;
+  std::thread m_thread{[this] { Run(); }};
+};
+
+class EchoServer : public AnsweringServer {
+ public:
+  EchoServer() : AnsweringServer([](const Bytes& body) { return std::vector<Bytes>{body}; }) {}
+};
+
+}  // namespace testkit
