@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "00shcode/mytoolkit/buffer.h"
 #include "client/balance_query.h"
 #include "client/client_slot.h"
 #include "client/comm_thread.h"
@@ -65,7 +66,7 @@ void CClientDataSource::ChangeReceieveWnd(unsigned int window, unsigned int mess
 }
 
 void CClientDataSource::FreeBuffer(char* buffer) {
-  delete[] buffer;
+  ft::FreeBody(buffer);
 }
 
 int CClientDataSource::GetBalanceServer(char* host, int port, char question, char** answer) {

@@ -1,6 +1,5 @@
 #include "client/comm_thread.h"
 
-#include <memory>
 #include <utility>
 
 #include "00shcode/mytoolkit/buffer.h"
@@ -16,6 +15,8 @@ constexpr std::uint32_t TIMER_CHECK_REPLY = 2004;
 constexpr std::int32_t kCheckIntervalMs = 2000;
 constexpr std::int32_t kReplyLimitSec = 8;
 constexpr std::int32_t kRequestPriority = 3;
+constexpr std::int32_t kIdleWaitMs = 500;
+constexpr std::size_t kMostPostedTogether = 256;
 
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
@@ -30,14 +31,16 @@ std::int32_t SecondsBetween(std::int32_t later, std::int32_t earlier) {
 }
 
 void DiscardBody(std::uintptr_t body) {
-  delete[] reinterpret_cast<char*>(body);
+  ft::FreeBody(reinterpret_cast<char*>(body));
 }
 
 }  // namespace
 
 CClientCommThread::CClientCommThread()
     : CFTBaseSockIf(FTEventMode::kByMessage, FTHeartbeatMode::kOnSendThread,
-                    FTSpaceReports::kNone) {}
+                    FTSpaceReports::kNone) {
+  SetIdleWaitMs(kIdleWaitMs);
+}
 
 CClientCommThread::~CClientCommThread() = default;
 
@@ -61,11 +64,12 @@ std::int32_t CClientCommThread::SendRequest(const char* body, std::int32_t body_
   const CFTAutoLock guard(&m_link_lock, CFTRwLock::kRead);
   if (m_link_id.empty()) return -1;
   if (body_len < 0 || body_len > ft::kMaxBodyLen) return -1;
-  auto package = std::make_unique<CFTBuffer>();
+  FTBufferPtr package = CFTBuffer::Make(static_cast<std::uint32_t>(ft::kPkgHeadLen + body_len));
   ft::EncodePkg(package.get(), body, body_len);
+  // Before the package is on its way: its answer ends the wait.
+  m_reply_wait_start.store(WallClockSeconds(), kRelaxed);
   SendPkg(m_link_id, package.release(), &ReleaseFTBuffer, FTSendMode::kForced,
           FTOnRefusal::kRelease, kRequestPriority);
-  m_reply_wait_start.store(WallClockSeconds(), kRelaxed);
   return 0;
 }
 
@@ -75,6 +79,15 @@ std::int32_t CClientCommThread::OnEnterThread() {
   SetTimer(TIMER_CHECK_REPLY, kCheckIntervalMs);
   SetTimer(TIMER_CHECK_LINK, kCheckIntervalMs);
   return 0;
+}
+
+void CClientCommThread::OnExitThread() {
+  CFTBaseSockIf::OnExitThread();
+  FlushNotifications();
+}
+
+void CClientCommThread::OnLoop() {
+  FlushNotifications();
 }
 
 void CClientCommThread::OnMsg(FTMsg& msg, std::int32_t draining) {
@@ -111,36 +124,53 @@ void CClientCommThread::OnLinkClosed(const FTLinkInfo* link, FTCloseReason) {
   ForgetLink(*link, LINK_EVENT_CLOSED);
 }
 
-void CClientCommThread::OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::int32_t*) {
+void CClientCommThread::OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::int32_t* keep) {
   if (!IsCurrentLink(*link)) return;
   PkgHead head;
-  char* body = nullptr;
   std::int32_t body_len = 0;
-  if (ft::DecodePkg(pkg, &head, &body, &body_len) != 0) return;
-  if (ft::IsHeartbeatBody(body, body_len)) {
-    delete[] body;
-    return;
-  }
+  if (ft::VerifyPkg(pkg, &head, &body_len) != 0) return;
+  const auto* const body = reinterpret_cast<const char*>(pkg->GetData()) + ft::kPkgHeadLen;
+  if (ft::IsHeartbeatBody(body, body_len)) return;
   m_reply_wait_start.store(0, kRelaxed);
-  DeliverBody(body, body_len);
+  *keep = 1;
+  DeliverBody(ft::FTBodyPtr(CFTBuffer::IntoBody(FTBufferPtr(pkg), ft::kPkgHeadLen)), body_len);
 }
 
-void CClientCommThread::DeliverBody(char* body, std::int32_t body_len) {
-  std::unique_ptr<char[]> owned(body);
+void CClientCommThread::DeliverBody(ft::FTBodyPtr body, std::int32_t body_len) {
   const std::uint32_t window = m_window.load(kRelaxed);
   const std::uint32_t message = m_message.load(kRelaxed);
   if (window == 0 || message == 0) {
-    m_received.Push(body, body_len);
+    m_received.Push(body.get(), body_len);
     return;
   }
-  const auto w_param = reinterpret_cast<std::uintptr_t>(body);
-  if (platform::PostToWindow(window, message, w_param, body_len, &DiscardBody)) owned.release();
+  Notify(window, {message, reinterpret_cast<std::uintptr_t>(body.get()), body_len});
+  body.release();
 }
 
 void CClientCommThread::PostLinkEvent(std::intptr_t link_event) {
   const std::uint32_t window = m_window.load(kRelaxed);
   const std::uint32_t message = m_message.load(kRelaxed);
-  if (window != 0 && message != 0) platform::PostToWindow(window, message, 0, link_event, nullptr);
+  if (window == 0 || message == 0) return;
+  Notify(window, {message, 0, link_event});
+  FlushNotifications();
+}
+
+// Packages that are handled in one go are posted together, in their order.
+void CClientCommThread::Notify(std::uint32_t window, const platform::WindowPost& post) {
+  if (window != m_notified_window || m_notifications.size() >= kMostPostedTogether) {
+    FlushNotifications();
+  }
+  m_notified_window = window;
+  m_notifications.push_back(post);
+}
+
+// A body that cannot be posted is nobody's.
+void CClientCommThread::FlushNotifications() {
+  const std::size_t count = m_notifications.size();
+  std::size_t posted =
+      platform::PostToWindow(m_notified_window, m_notifications.data(), count, &DiscardBody);
+  while (posted < count) DiscardBody(m_notifications[posted++].w_param);
+  m_notifications.clear();
 }
 
 void CClientCommThread::ConnectNextServer() {
@@ -149,7 +179,8 @@ void CClientCommThread::ConnectNextServer() {
   if (server == nullptr) return;
   std::string link_id = Connect(server->host.c_str(), static_cast<std::uint16_t>(server->port));
   const CFTAutoLock link_guard(&m_link_lock, CFTRwLock::kWrite);
-  m_link_id = std::move(link_id);
+  m_link_id = link_id;
+  m_own_link_id = std::move(link_id);
 }
 
 void CClientCommThread::OnCheckLinkTimer() {
@@ -165,17 +196,18 @@ void CClientCommThread::OnCheckReplyTimer() {
   m_reply_wait_start.store(0, kRelaxed);
 }
 
-bool CClientCommThread::IsCurrentLink(const FTLinkInfo& link) {
-  const CFTAutoLock guard(&m_link_lock, CFTRwLock::kRead);
-  return link.link_id == m_link_id;
+bool CClientCommThread::IsCurrentLink(const FTLinkInfo& link) const {
+  AssertOwnThread();
+  return link.link_id == m_own_link_id;
 }
 
 void CClientCommThread::ForgetLink(const FTLinkInfo& link, std::intptr_t link_event) {
   {
     const CFTAutoLock guard(&m_link_lock, CFTRwLock::kWrite);
-    if (link.link_id != m_link_id) return;
+    if (!IsCurrentLink(link)) return;
     m_link_id.clear();
   }
+  m_own_link_id.clear();
   PostLinkEvent(link_event);
 }
 

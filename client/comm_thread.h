@@ -5,9 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "00shcode/mytoolkit/buffer.h"
 #include "00shcode/mytoolkit/rw_lock.h"
 #include "client/received_queue.h"
 #include "client/server_list.h"
+#include "platform/platform.h"
 #include "sockif/base_sock_if.h"
 
 // The client's protocol: keeps one link to one server of a list, moves on to the next when the link
@@ -44,6 +46,8 @@ class CClientCommThread : public CFTBaseSockIf {
 
  protected:
   std::int32_t OnEnterThread() override;
+  void OnExitThread() override;
+  void OnLoop() override;
   void OnMsg(FTMsg& msg, std::int32_t draining) override;
   std::int32_t VGetOnePkgLen(const void* data, std::int32_t count, const FTLinkInfo* link) override;
   CFTBuffer* VGetHeartbeatPkg(const FTLinkInfo* link, FTReleaseFunction* release) override;
@@ -56,16 +60,24 @@ class CClientCommThread : public CFTBaseSockIf {
   void ConnectNextServer();
   void OnCheckLinkTimer();
   void OnCheckReplyTimer();
-  bool IsCurrentLink(const FTLinkInfo& link);
+  bool IsCurrentLink(const FTLinkInfo& link) const;
   void ForgetLink(const FTLinkInfo& link, std::intptr_t link_event);
   void PostLinkEvent(std::intptr_t link_event);
-  void DeliverBody(char* body, std::int32_t body_len);
+  void DeliverBody(ft::FTBodyPtr body, std::int32_t body_len);
+  void Notify(std::uint32_t window, const platform::WindowPost& post);
+  void FlushNotifications();
 
   CFTRwLock m_server_lock;
   CServerList m_servers FT_GUARDED_BY(m_server_lock);
   CFTRwLock m_link_lock;
   std::string m_link_id FT_GUARDED_BY(m_link_lock);  // empty: no link, and none being opened
   CReceivedQueue m_received;
+
+  // This thread's alone: m_link_id for its own looks at it, and the notifications that are posted
+  // together, with their window.
+  std::string m_own_link_id;
+  std::vector<platform::WindowPost> m_notifications;
+  std::uint32_t m_notified_window = 0;
 
   // Single values, each read and written whole; nothing else depends on their order.
   std::atomic<std::uint32_t> m_window{0};

@@ -1,5 +1,6 @@
 #include "client/package.h"
 
+#include <cstddef>
 #include <cstring>
 
 #include "client/check_sum.h"
@@ -39,9 +40,8 @@ std::int32_t ft::EncodePkg(CFTBuffer* buffer, const void* body, std::int32_t bod
   return 0;
 }
 
-std::int32_t ft::DecodePkg(const CFTBuffer* buffer, PkgHead* head, char** body,
-                           std::int32_t* body_len) {
-  if (buffer == nullptr || head == nullptr || body == nullptr || body_len == nullptr) return -1;
+std::int32_t ft::VerifyPkg(const CFTBuffer* buffer, PkgHead* head, std::int32_t* body_len) {
+  if (buffer == nullptr || head == nullptr || body_len == nullptr) return -1;
   const std::int32_t available = buffer->GetDataLen();
   if (available < ft::kPkgHeadLen) return -1;
   const unsigned char* const data = buffer->GetData();
@@ -53,9 +53,15 @@ std::int32_t ft::DecodePkg(const CFTBuffer* buffer, PkgHead* head, char** body,
 
   unsigned char check_sum[4];
   ft::CalcCheckSum(check_sum, data + ft::kPkgHeadLen, *body_len);
-  if (std::memcmp(check_sum, data + kCheckSumOffset, sizeof check_sum) != 0) return -1;
-  *body = new char[announced];
-  std::memcpy(*body, data + ft::kPkgHeadLen, announced);
+  return std::memcmp(check_sum, data + kCheckSumOffset, sizeof check_sum) == 0 ? 0 : -1;
+}
+
+std::int32_t ft::DecodePkg(const CFTBuffer* buffer, PkgHead* head, char** body,
+                           std::int32_t* body_len) {
+  if (body == nullptr || ft::VerifyPkg(buffer, head, body_len) != 0) return -1;
+  const auto length = static_cast<std::size_t>(*body_len);
+  *body = ft::AllocBody(length);
+  std::memcpy(*body, buffer->GetData() + ft::kPkgHeadLen, length);
   return 0;
 }
 
@@ -67,7 +73,7 @@ std::int32_t ft::GetPkgLen(const void* data, std::int32_t count) {
 }
 
 FTBufferPtr ft::MakeHeartbeatPkg() {
-  auto buffer = std::make_unique<CFTBuffer>();
+  FTBufferPtr buffer = CFTBuffer::Make(ft::kPkgHeadLen + sizeof kHeartbeatBody);
   ft::EncodePkg(buffer.get(), kHeartbeatBody, sizeof kHeartbeatBody);
   return buffer;
 }

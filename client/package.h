@@ -21,9 +21,12 @@ constexpr std::int32_t kMaxBodyLen = INT32_MAX - kPkgHeadLen;
 // length is negative or above kMaxBodyLen.
 std::int32_t EncodePkg(CFTBuffer* buffer, const void* body, std::int32_t body_len);
 
-// Verifies the package at the front of the buffer and copies its body to a new array that the
-// caller releases with delete[]. 0, or -1 when a pointer is null, the buffer holds less than the
-// header announces or the checksum is wrong; *body is then untouched.
+// Verifies the package at the front of the buffer, whose body begins behind the header. 0, or -1
+// when a pointer is null, the buffer holds less than the header announces or the checksum is wrong.
+std::int32_t VerifyPkg(const CFTBuffer* buffer, PkgHead* head, std::int32_t* body_len);
+
+// The same, and copies the body to a new array that the caller releases with FreeBody; -1 leaves
+// *body untouched.
 std::int32_t DecodePkg(const CFTBuffer* buffer, PkgHead* head, char** body, std::int32_t* body_len);
 
 // The length of the package that begins with these bytes: 0 when fewer than 12 are there,

@@ -1,15 +1,16 @@
 #include "client/received_queue.h"
 
 #include <cstring>
-#include <memory>
+
+#include "00shcode/mytoolkit/buffer.h"
 
 CReceivedQueue::~CReceivedQueue() {
-  while (char* const entry = Pop()) delete[] entry;
+  while (char* const entry = Pop()) ft::FreeBody(entry);
 }
 
 void CReceivedQueue::Push(const char* body, std::int32_t body_len) {
   const auto length = static_cast<std::uint32_t>(body_len);
-  std::unique_ptr<char[]> entry(new char[sizeof length + length]);
+  ft::FTBodyPtr entry(ft::AllocBody(sizeof length + length));
   std::memcpy(entry.get(), &length, sizeof length);
   std::memcpy(entry.get() + sizeof length, body, length);
   const CFTAutoLock guard(&m_lock, CFTRwLock::kWrite);

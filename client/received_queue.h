@@ -17,7 +17,7 @@ class CReceivedQueue {
   // Copies the body.
   void Push(const char* body, std::int32_t body_len);
 
-  // The oldest entry, which the caller releases with delete[]; null when there is none.
+  // The oldest entry, which the caller releases with ft::FreeBody; null when there is none.
   char* Pop();
 
  private:

@@ -149,7 +149,6 @@ Socket OpenTcpSocket();
 void CloseSocket(Socket socket);
 void SetBlocking(Socket socket, bool blocking);
 void SetLinger(Socket socket, bool linger, int seconds);
-void SetBufferSizes(Socket socket, int send_bytes, int receive_bytes);
 
 // kNoAddress is refused, though some systems would take it.
 bool BindSocket(Socket socket, const SocketAddress& local);
@@ -261,10 +260,17 @@ bool WaitForSocket(Socket socket, Readiness readiness, int timeout_ms, Waker* wa
 // Called with the wParam of a message that nobody will ever read.
 using DiscardFunction = void (*)(std::uintptr_t w_param);
 
-// Posts behind whatever is queued for the window. False when it cannot be posted: nothing is kept
-// and discard is not called. discard (may be null) serves systems whose windows can be destroyed
-// with messages still queued by us.
-bool PostToWindow(std::uint32_t window, std::uint32_t message, std::uintptr_t w_param,
-                  std::intptr_t l_param, DiscardFunction discard);
+struct WindowPost {
+  std::uint32_t message;
+  std::uintptr_t w_param;
+  std::intptr_t l_param;
+};
+
+// Posts all of them in their order behind whatever is queued for the window, and returns how many
+// could be posted; nothing is kept of the others, and discard is not called for them. discard (may
+// be null) serves systems whose windows can be destroyed with messages still queued by us. Never
+// blocks.
+std::size_t PostToWindow(std::uint32_t window, const WindowPost* posts, std::size_t count,
+                         DiscardFunction discard);
 
 }  // namespace platform

@@ -154,7 +154,7 @@ void DevServer::OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::int32_t* 
     ReportLink(*link, "package with a wrong checksum, dropped");
     return;
   }
-  const std::unique_ptr<char[]> owned(body);
+  const ft::FTBodyPtr owned(body);
   if (ft::IsHeartbeatBody(body, body_len)) {
     ReportLink(*link, "heartbeat");
     return;

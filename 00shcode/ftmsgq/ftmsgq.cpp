@@ -148,7 +148,7 @@ void CFTMsgQ::CollectMsgs(std::int32_t wait_ms) {
   m_batch.clear();
   m_next = 0;
   const FTTime now = ft::GetTickTime();
-  CollectTimers(now);
+  wait_ms = CollectTimers(now, wait_ms);
   const CFTScopedLock guard(&m_queue_lock);
   if (m_batch.empty() && m_sub_queues.GetPendingCount() == 0 && wait_ms != 0) {
     SleepUntilPosted(wait_ms);
@@ -168,7 +168,9 @@ void CFTMsgQ::SleepUntilPosted(std::int32_t wait_ms) {
   m_asleep = false;
 }
 
-void CFTMsgQ::CollectTimers(const FTTime& now) {
+// Returns how much of the wait is left for messages, since the next timer may come first.
+std::int32_t CFTMsgQ::CollectTimers(const FTTime& now, std::int32_t wait_ms) {
   const CFTScopedLock guard(&m_timer_lock);
   m_timers.TakeDue(now, &m_batch);
+  return wait_ms > 0 ? m_timers.MsUntilDue(now, wait_ms) : wait_ms;
 }

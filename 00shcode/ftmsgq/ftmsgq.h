@@ -79,7 +79,7 @@ class CFTMsgQ : public CMyThread {
  private:
   bool ProcessMsgs(std::int32_t draining, std::int32_t wait_ms);
   void CollectMsgs(std::int32_t wait_ms);
-  void CollectTimers(const FTTime& now);
+  std::int32_t CollectTimers(const FTTime& now, std::int32_t wait_ms);
   void SleepUntilPosted(std::int32_t wait_ms) FT_REQUIRES(m_queue_lock);
   void WakeIf(bool asleep);
 

@@ -1,5 +1,6 @@
 #include "00shcode/ftmsgq/timer_list.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace {
@@ -25,4 +26,13 @@ void CFTTimerList::TakeDue(const FTTime& now, std::vector<FTMsg>* batch) {
     }
   }
   m_timers.erase(kept, m_timers.end());
+}
+
+std::int32_t CFTTimerList::MsUntilDue(const FTTime& now, std::int32_t most_ms) const {
+  std::int64_t least_ms = most_ms;
+  for (const Timer& timer : m_timers) {
+    least_ms = std::min(least_ms, timer.msg.param2 - ft::ElapsedMs(now, timer.armed_at));
+  }
+  const std::int64_t gate_ms = kScanGateMs - ft::ElapsedMs(now, m_last_scan);
+  return static_cast<std::int32_t>(std::max({least_ms, gate_ms, std::int64_t{1}}));
 }

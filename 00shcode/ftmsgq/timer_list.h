@@ -18,6 +18,9 @@ class CFTTimerList {
   // Moves the due timers to the end of the batch; scans at most once in 10 ms.
   void TakeDue(const FTTime& now, std::vector<FTMsg>* batch);
 
+  // How long until a timer may be due, at most so many ms; at least 1.
+  std::int32_t MsUntilDue(const FTTime& now, std::int32_t most_ms) const;
+
  private:
   struct Timer {
     FTMsg msg;

@@ -9,15 +9,14 @@
 namespace {
 
 constexpr std::int32_t kSweepIntervalMs = 70;
-constexpr std::int32_t kIdleWaitMs = 100;
+constexpr std::int32_t kIdleWaitMs = 500;
 constexpr std::int32_t kSelectMs = 100;
 
 }  // namespace
 
 CFTMtSockConn::CFTMtSockConn(CFTSockIfContract* protocol, CFTMsgQ* engine)
     : CFTSelectThread(protocol, "CFTMtSockConn"), m_engine(engine) {
-  SetIdleWaitMs(0);
-  SetTimer(TIMER_CONN_SWEEP, kSweepIntervalMs);
+  SetIdleWaitMs(kIdleWaitMs);
 }
 
 CFTMtSockConn::~CFTMtSockConn() = default;
@@ -36,7 +35,8 @@ void CFTMtSockConn::OnMsg(FTMsg& msg, std::int32_t draining) {
     CancelOrPassOn(std::move(link_id), mode);
   } else if (msg.id == FTMSG_TIMER && msg.param1 == TIMER_CONN_SWEEP) {
     SweepTimeouts();
-    SetTimerAgain(msg);
+    m_sweeps = !m_pending.empty();
+    if (m_sweeps) SetTimerAgain(msg);
   } else {
     CFTSelectThread::OnMsg(msg, draining);
   }
@@ -65,6 +65,7 @@ void CFTMtSockConn::StartConnect(std::unique_ptr<FTLinkInfo> link) {
                        target.local_address.c_str(), target.local_port);
   if (result == FTConnectResult::kInProgress) {
     m_pending.push_back(std::move(req));
+    if (!std::exchange(m_sweeps, true)) SetTimer(TIMER_CONN_SWEEP, kSweepIntervalMs);
   } else if (result == FTConnectResult::kFailed) {
     EngineLog::BeginConnectFailed(this);
     ReportFailure(target);

@@ -39,4 +39,5 @@ class CFTMtSockConn : public CFTSelectThread {
 
   // This thread's alone.
   std::list<FTLinkReqPtr> m_pending;  // in the order of starting
+  bool m_sweeps = false;              // the timer is set
 };

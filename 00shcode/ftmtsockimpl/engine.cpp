@@ -13,6 +13,7 @@
 
 namespace {
 
+constexpr std::int32_t kIdleWaitMs = 200;
 constexpr std::int32_t kReapIntervalMs = 5000;
 constexpr std::int32_t kDueConnectsIntervalMs = 1000;
 
@@ -30,6 +31,7 @@ CFTMtSockImpl::CFTMtSockImpl(CFTSockIfContract* protocol, FTEventMode event_mode
       m_wait_thread(std::make_unique<CFTMtSockWaitThrd>(protocol)),
       m_connector(std::make_unique<CFTMtSockConn>(protocol, this)),
       m_listener(std::make_unique<CFTMtSockListen>(protocol, this, m_connector.get())) {
+  SetIdleWaitMs(kIdleWaitMs);
   SetTimer(TIMER_REAP_LINKS, kReapIntervalMs);
   SetTimer(TIMER_DUE_CONNECTS, kDueConnectsIntervalMs);
 }
@@ -42,6 +44,7 @@ CFTMtSockImpl::~CFTMtSockImpl() {
   std::map<std::string, FTLinkThreadPtr> links;
   const CFTAutoLock guard(&m_table_lock, CFTRwLock::kWrite);
   links.swap(m_links);
+  ft::FreeIdleBlocks();
 }
 
 std::int32_t CFTMtSockImpl::SendPkg(const std::string& link_id, CFTBuffer* pkg,
@@ -122,6 +125,7 @@ void CFTMtSockImpl::OnMsg(FTMsg& msg, std::int32_t draining) {
     CloseHere(*link_id, mode);
   } else if (msg.id == FTMSG_TIMER && msg.param1 == TIMER_REAP_LINKS) {
     ReapLinks();
+    ft::FreeUnusedSizes();
     SetTimerAgain(msg);
   } else if (msg.id == FTMSG_TIMER && msg.param1 == TIMER_DUE_CONNECTS) {
     ReleaseDueConnects();

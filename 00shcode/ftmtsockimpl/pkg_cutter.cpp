@@ -6,7 +6,7 @@
 namespace {
 
 FTBufferPtr CopyPkg(const unsigned char* data, std::int32_t length) {
-  auto package = std::make_unique<CFTBuffer>(static_cast<std::uint32_t>(length));
+  FTBufferPtr package = CFTBuffer::Make(static_cast<std::uint32_t>(length));
   package->Append(data, length);
   return package;
 }
@@ -102,7 +102,7 @@ CFTPkgCutter::Result CFTPkgCutter::CutLong(std::int32_t max_pkg_len, Pass* pass,
 }
 
 void CFTPkgCutter::BeginLong(std::int32_t length) {
-  m_long = std::make_unique<CFTBuffer>(static_cast<std::uint32_t>(length));
+  m_long = CFTBuffer::Make(static_cast<std::uint32_t>(length));
   const std::int32_t count = std::min(length, m_ahead.GetDataLen());
   m_long->Append(m_ahead.GetData(), count);
   m_ahead.Consume(static_cast<std::uint32_t>(count));

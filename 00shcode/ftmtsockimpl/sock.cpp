@@ -6,7 +6,6 @@
 
 namespace {
 
-constexpr int kBufferBytes = 65536;
 constexpr std::size_t kShortestAddressText = 7;  // as in 0.0.0.0
 
 using platform::SocketError;
@@ -122,7 +121,6 @@ FTConnectResult ft::BeginConnect(FTSocket* socket, std::uint16_t remote_port,
   *socket = platform::OpenTcpSocket();
   if (*socket == kNoSocket) return FTConnectResult::kFailed;
   platform::SetLinger(*socket, true, 0);
-  platform::SetBufferSizes(*socket, kBufferBytes, kBufferBytes);
   FTSockAddr remote;
   FTSockInitAddr(&remote, remote_port, remote_text, platform::kFamilyInet);
   if (!BindLocalEnd(*socket, local_text, local_port)) return GiveUp(socket);

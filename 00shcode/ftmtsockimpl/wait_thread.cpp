@@ -4,6 +4,7 @@
 
 namespace {
 
+constexpr std::int32_t kIdleWaitMs = 200;
 constexpr std::int32_t kCheckIntervalMs = 2000;
 constexpr std::int32_t kGraceMs = 5000;
 
@@ -11,6 +12,7 @@ constexpr std::int32_t kGraceMs = 5000;
 
 CFTMtSockWaitThrd::CFTMtSockWaitThrd(CFTSockIfContract* protocol)
     : CFTEngineThread(protocol, "CFTMtSockWaitThrd") {
+  SetIdleWaitMs(kIdleWaitMs);
   SetTimer(TIMER_REAP_CHECK, kCheckIntervalMs);
 }
 

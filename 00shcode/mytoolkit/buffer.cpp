@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -9,24 +10,62 @@ constexpr std::uint32_t kDefaultStorage = 32;
 constexpr std::size_t kSpareStorage = 8;
 constexpr unsigned char kLineFeed = 0x0A;
 
+// A body lies aligned in its block, behind the room for a buffer and a package's header.
+constexpr std::size_t kBodyInBlock = 48;
+constexpr std::size_t kStorageInBlock = kBodyInBlock - CFTBuffer::kBodyOffset;
+static_assert(sizeof(CFTBuffer) <= kStorageInBlock);
+
+unsigned char* NewStorage(std::size_t bytes) {
+  return static_cast<unsigned char*>(ft::AllocBlock(bytes));
+}
+
 }  // namespace
 
-CFTBuffer::CFTBuffer() : m_base(new unsigned char[kDefaultStorage]), m_capacity(31) {
+FTBufferPtr CFTBuffer::Make(std::uint32_t capacity) {
+  void* const block = ft::AllocBlock(kStorageInBlock + std::size_t{capacity} + kSpareStorage);
+  return FTBufferPtr(::new (block) CFTBuffer(InPlace{capacity}));
+}
+
+char* CFTBuffer::IntoBody(FTBufferPtr buffer, std::int32_t offset) {
+  char* const data = reinterpret_cast<char*>(buffer->m_read) + offset;
+  if (data == reinterpret_cast<char*>(buffer.get()) + kBodyInBlock) {
+    buffer.release();  // the block is the body's from now on
+    return data;
+  }
+  const auto length = static_cast<std::size_t>(buffer->GetDataLen() - offset);
+  char* const body = ft::AllocBody(length);
+  std::memcpy(body, data, length);
+  return body;
+}
+
+CFTBuffer::CFTBuffer() : CFTBuffer(kDefaultStorage - 1) {}
+
+CFTBuffer::CFTBuffer(std::uint32_t capacity)
+    : m_base(NewStorage(std::size_t{capacity} + kSpareStorage)), m_capacity(capacity) {
   Reset();
 }
 
-CFTBuffer::CFTBuffer(std::uint32_t capacity)
-    : m_base(new unsigned char[std::size_t{capacity} + kSpareStorage]), m_capacity(capacity) {
+CFTBuffer::CFTBuffer(InPlace storage) : m_base(InnerStorage()), m_capacity(storage.capacity) {
   Reset();
 }
 
 CFTBuffer::~CFTBuffer() {
-  Release();
+  ReplaceStorage(nullptr);
+}
+
+// Of a buffer from Make alone.
+unsigned char* CFTBuffer::InnerStorage() {
+  return reinterpret_cast<unsigned char*>(this) + kStorageInBlock;
+}
+
+void CFTBuffer::ReplaceStorage(unsigned char* storage) {
+  if (m_base != InnerStorage()) ft::FreeBlock(m_base);
+  m_base = storage;
 }
 
 void CFTBuffer::Release() {
-  delete[] m_base;
-  m_base = m_read = m_write = nullptr;
+  ReplaceStorage(nullptr);
+  m_read = m_write = nullptr;
   m_capacity = 0;
 }
 
@@ -63,10 +102,10 @@ void CFTBuffer::Reserve(std::int32_t n) {
 
 void CFTBuffer::Grow(std::uint32_t n) {
   const auto length = static_cast<std::uint32_t>(GetDataLen());
-  auto* const base = new unsigned char[std::size_t{length} + n + kDefaultStorage];
+  unsigned char* const base = NewStorage(std::size_t{length} + n + kDefaultStorage);
   if (length > 0) std::memcpy(base, m_read, length);
-  delete[] m_base;
-  m_base = m_read = base;
+  ReplaceStorage(base);
+  m_read = base;
   m_write = base + length;
   Terminate(0);
   m_capacity = length + n + (kDefaultStorage - 1);
@@ -88,4 +127,12 @@ void CFTBuffer::Terminate(unsigned char terminator) {
 
 void ReleaseFTBuffer(CFTBuffer* buffer) {
   delete buffer;
+}
+
+char* ft::AllocBody(std::size_t bytes) {
+  return static_cast<char*>(ft::AllocBlock(kBodyInBlock + bytes)) + kBodyInBlock;
+}
+
+void ft::FreeBody(char* body) noexcept {
+  if (body != nullptr) ft::FreeBlock(body - kBodyInBlock);
 }

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+
+#include "00shcode/mytoolkit/block_pool.h"
 
 // Growable byte buffer: stored bytes lie between a read and a write position over one owned block.
 // The block always has room for one byte at the write position. One thread at a time; pointers
@@ -9,11 +12,22 @@
 // std::bad_alloc and leaves the buffer as it was.
 class CFTBuffer {
  public:
+  // A buffer in one piece with its storage.
+  static std::unique_ptr<CFTBuffer> Make(std::uint32_t capacity);
+
+  // Ends the buffer. Its stored bytes from the offset on become an array, which ft::FreeBody
+  // releases. Nothing is copied when the buffer came from Make, nothing was consumed, and the
+  // offset is kBodyOffset.
+  static char* IntoBody(std::unique_ptr<CFTBuffer> buffer, std::int32_t offset);
+  static constexpr std::int32_t kBodyOffset = 12;
+
   CFTBuffer();  // capacity 31
   explicit CFTBuffer(std::uint32_t capacity);
   ~CFTBuffer();
   CFTBuffer(const CFTBuffer&) = delete;
   CFTBuffer& operator=(const CFTBuffer&) = delete;
+  static void* operator new(std::size_t bytes) { return ft::AllocBlock(bytes); }
+  static void operator delete(void* buffer) { ft::FreeBlock(buffer); }
 
   // Frees the storage and makes everything null and zero. May be called again; what is appended
   // later gets new storage.
@@ -55,6 +69,14 @@ class CFTBuffer {
   std::int32_t Append(const void* data, std::int32_t n);
 
  private:
+  struct InPlace {
+    std::uint32_t capacity;
+  };
+
+  explicit CFTBuffer(InPlace storage);
+
+  unsigned char* InnerStorage();
+  void ReplaceStorage(unsigned char* storage);
   void Terminate(unsigned char terminator);
 
   unsigned char* m_base = nullptr;
@@ -68,5 +90,20 @@ using FTBufferPtr = std::unique_ptr<CFTBuffer>;
 // What a buffer's receiver calls when it is done with it.
 using FTReleaseFunction = void (*)(CFTBuffer* buffer);
 
-// Destroys a buffer made with new; null is ignored.
+// Destroys a buffer made with new or Make; null is ignored.
 void ReleaseFTBuffer(CFTBuffer* buffer);
+
+namespace ft {
+
+// An array of so many bytes, aligned to 8, which FreeBody releases. Throws std::bad_alloc.
+char* AllocBody(std::size_t bytes);
+
+// Any thread, at any time. Null is ignored.
+void FreeBody(char* body) noexcept;
+
+struct FTBodyDeleter {
+  void operator()(char* body) const { FreeBody(body); }
+};
+using FTBodyPtr = std::unique_ptr<char[], FTBodyDeleter>;
+
+}  // namespace ft

@@ -126,11 +126,6 @@ void SetLinger(Socket socket, bool linger, int seconds) {
   setsockopt(Fd(socket), SOL_SOCKET, SO_LINGER, &option, sizeof option);
 }
 
-void SetBufferSizes(Socket socket, int send_bytes, int receive_bytes) {
-  setsockopt(Fd(socket), SOL_SOCKET, SO_SNDBUF, &send_bytes, sizeof send_bytes);
-  setsockopt(Fd(socket), SOL_SOCKET, SO_RCVBUF, &receive_bytes, sizeof receive_bytes);
-}
-
 bool BindSocket(Socket socket, const SocketAddress& local) {
   return local.address != kNoAddress && bind(Fd(socket), AsSystem(&local), sizeof local) == 0;
 }

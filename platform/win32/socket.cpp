@@ -129,11 +129,6 @@ void SetLinger(Socket socket, bool linger, int seconds) {
   setsockopt(Handle(socket), SOL_SOCKET, SO_LINGER, AsOption(&option), sizeof option);
 }
 
-void SetBufferSizes(Socket socket, int send_bytes, int receive_bytes) {
-  setsockopt(Handle(socket), SOL_SOCKET, SO_SNDBUF, AsOption(&send_bytes), sizeof send_bytes);
-  setsockopt(Handle(socket), SOL_SOCKET, SO_RCVBUF, AsOption(&receive_bytes), sizeof receive_bytes);
-}
-
 bool BindSocket(Socket socket, const SocketAddress& local) {
   return local.address != kNoAddress && bind(Handle(socket), AsSystem(&local), sizeof local) == 0;
 }

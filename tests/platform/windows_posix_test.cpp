@@ -26,7 +26,8 @@ struct Window {
   ~Window() { Destroy(); }
   bool Destroy() { return DestroyMessageWindow(m_number); }
   bool Post(std::uintptr_t w_param, DiscardFunction discard = nullptr) {
-    return PostToWindow(m_number, 1, w_param, 0, discard);
+    const WindowPost post{1, w_param, 0};
+    return PostToWindow(m_number, &post, 1, discard) == 1;
   }
   bool Take() { return WaitWindowMessage(m_number, &m_taken, 0) == WindowWait::kTaken; }
   const std::uint32_t m_number = CreateMessageWindow();

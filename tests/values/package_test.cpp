@@ -35,7 +35,7 @@ std::optional<Bytes> Decode(const Bytes& bytes) {
   char* body = nullptr;
   std::int32_t length = 0;
   const std::int32_t result = ft::DecodePkg(&buffer, &head, &body, &length);
-  const std::unique_ptr<char[]> owned(body);
+  const ft::FTBodyPtr owned(body);
   EXPECT_EQ(result, body == nullptr ? -1 : 0);
   if (body == nullptr) return std::nullopt;
   return Bytes(body, static_cast<std::size_t>(length));

@@ -226,6 +226,20 @@ TEST(Timer, FiresOnceItsDelayIsOverInTheOrderOfArming) {
   EXPECT_EQ(queue.Cycle(2592000000), IdList{5}) << "after a month of sleep";
 }
 
+// Long before the wait that it was given for quiet times is over.
+TEST(Timer, EndsTheWaitOfAnIdleThread) {
+  struct Waiting : CFTMsgQ {
+    void OnMsg(FTMsg&, std::int32_t) override { m_fired.Push(1); }
+    Mailbox<int> m_fired;
+  } queue;
+  queue.SetIdleWaitMs(60000);
+  queue.SetTimer(1, 200);
+  queue.StartThread(0);
+  EXPECT_TRUE(queue.m_fired.WaitFor(1, 20s));
+  queue.StopThread();
+  queue.WaitThreadExit();
+}
+
 TEST(Timer, ScansAreTenMillisecondsApart) {
   CrankedQueue queue;
   queue.SetTimer(1, 0);

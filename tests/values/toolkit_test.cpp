@@ -1,12 +1,16 @@
 // Buffer, clocks and texts.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <tuple>
 #include <utility>
+#include <vector>
 
+#include "00shcode/mytoolkit/block_pool.h"
 #include "00shcode/mytoolkit/buffer.h"
 #include "00shcode/mytoolkit/clock.h"
 #include "00shcode/mytoolkit/text.h"
@@ -61,6 +65,37 @@ TEST(Buffer, RefusesInvalidPositionsAndNegativeLengths) {
   write_behind_capacity.CommitWrite(5);
   EXPECT_EQ(read_behind_write.Append("x", 1), -1);
   EXPECT_EQ(write_behind_capacity.Compact(), -1);
+}
+
+// Of every size that the pool has and their neighbours; used again, and given back at the end.
+TEST(BlockPool, BlocksOfAnySizeAreAlignedAndNobodyElses) {
+  for (int round = 0; round < 2; ++round) {
+    std::vector<std::pair<unsigned char*, std::size_t>> blocks;
+    for (std::size_t size = 1; size < 20000000; size += size < 2000 ? 1 : size / 3) {
+      auto* const block = static_cast<unsigned char*>(ft::AllocBlock(size));
+      ASSERT_EQ(reinterpret_cast<std::uintptr_t>(block) % 8, 0U) << size;
+      std::fill_n(block, size, static_cast<unsigned char>(size));
+      blocks.emplace_back(block, size);
+    }
+    for (const auto& [block, size] : blocks) {
+      const auto expected = static_cast<unsigned char>(size);
+      ASSERT_EQ(std::count(block, block + size, expected), static_cast<std::ptrdiff_t>(size));
+      ft::FreeBlock(block);
+    }
+  }
+  ft::FreeIdleBlocks();
+}
+
+TEST(Buffer, BecomesABodyWithoutItsHeader) {
+  for (const bool in_place : {true, false}) {
+    FTBufferPtr buffer = CFTBuffer::Make(17);
+    if (!in_place) buffer->Reserve(100);
+    buffer->Append("twelve bytesbody", 17);
+    const void* const data = buffer->GetData() + 12;
+    const ft::FTBodyPtr body(CFTBuffer::IntoBody(std::move(buffer), 12));
+    EXPECT_STREQ(body.get(), "body");
+    EXPECT_EQ(body.get() == data, in_place);
+  }
 }
 
 TEST(Time, ComparesAndSubtractsModuloTheTickPeriod) {

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+
+// Memory for packages and their bodies. One thread allocates most of it and another one frees it,
+// so blocks that come back wait here to be used again, instead of going through the heap's locks.
+namespace ft {
+
+// A block of at least so many bytes, aligned to 8. Any thread. Throws std::bad_alloc.
+void* AllocBlock(std::size_t bytes);
+
+// Any thread, and at any time, after main too. Null is ignored. Never blocks.
+void FreeBlock(void* block) noexcept;
+
+// Give the blocks that wait back to the system: all, or those of sizes that nobody has asked for
+// since the last call. Any thread.
+void FreeIdleBlocks() noexcept;
+void FreeUnusedSizes() noexcept;
+
+}  // namespace ft

@@ -1,0 +1,147 @@
+#include "platform/posix/window_queue.h"
+
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "platform/posix/descriptor.h"
+#include "platform/posix/monotonic.h"
+
+namespace platform {
+
+namespace {
+
+constexpr std::size_t kIdleCapacity = 1024;
+
+// Memory that a flood needed is not kept for ever.
+template <typename List>
+void Empty(List* list) {
+  if (list->capacity() > kIdleCapacity) {
+    List().swap(*list);
+  } else {
+    list->clear();
+  }
+}
+
+}  // namespace
+
+WindowQueue::WindowQueue() {
+  InitMonotonicCondition(&m_arrived);
+}
+
+bool WindowQueue::Open(std::uint32_t window) {
+  const Guard take_guard(&m_take_mutex);
+  const Guard post_guard(&m_post_mutex);
+  m_descriptor = AboveStandardStreams(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (m_descriptor < 0) return false;
+  m_descriptor_used = false;
+  m_window = window;
+  return true;
+}
+
+std::size_t WindowQueue::Post(std::uint32_t window, const WindowPost* posts, std::size_t count,
+                              DiscardFunction discard) {
+  int waiters = 0;
+  {
+    const Guard guard(&m_post_mutex);
+    if (m_window != window || count == 0) return 0;
+    const bool first = m_posted.empty();
+    m_posted.reserve(m_posted.size() + count);
+    for (std::size_t i = 0; i < count; ++i) m_posted.push_back({posts[i], discard});
+    m_count += count;
+    if (first) SignalDescriptor();
+    waiters = m_waiters;
+  }
+  if (waiters > 0 && count == 1) pthread_cond_signal(&m_arrived);
+  if (waiters > 0 && count > 1) pthread_cond_broadcast(&m_arrived);
+  return count;
+}
+
+WindowWait WindowQueue::Wait(std::uint32_t window, WindowMessage* message, int timeout_ms) {
+  WindowWait result = Take(window, message);
+  if (result != WindowWait::kTimeOut || timeout_ms == 0) return result;
+  const timespec deadline = MonotonicDeadline(static_cast<std::uint32_t>(std::max(timeout_ms, 0)));
+  do {
+    const bool arrived = WaitForArrival(window, timeout_ms < 0 ? nullptr : &deadline);
+    result = Take(window, message);
+    if (!arrived) break;
+  } while (result == WindowWait::kTimeOut);  // another thread was faster
+  return result;
+}
+
+WindowWait WindowQueue::Take(std::uint32_t window, WindowMessage* message) {
+  const Guard guard(&m_take_mutex);
+  if (m_window != window) return WindowWait::kNoWindow;
+  if (m_count == 0) return WindowWait::kTimeOut;
+  if (m_next == m_taken.size()) RefillTaken();
+  const WindowPost& post = m_taken[m_next++].post;
+  *message = {window, post.message, post.w_param, post.l_param};
+  --m_count;
+  if (m_next == m_taken.size()) RefillTaken();
+  return WindowWait::kTaken;
+}
+
+// The descriptor is readable while there is something in either list.
+void WindowQueue::RefillTaken() {
+  const Guard guard(&m_post_mutex);
+  Empty(&m_taken);
+  m_next = 0;
+  m_taken.swap(m_posted);
+  if (m_taken.empty()) ClearDescriptor();
+}
+
+// False when the deadline passed.
+bool WindowQueue::WaitForArrival(std::uint32_t window, const timespec* deadline) {
+  const Guard guard(&m_post_mutex);
+  ++m_waiters;
+  int result = 0;
+  while (m_count == 0 && m_window == window && result != ETIMEDOUT) {
+    result = deadline == nullptr ? pthread_cond_wait(&m_arrived, &m_post_mutex)
+                                 : pthread_cond_timedwait(&m_arrived, &m_post_mutex, deadline);
+  }
+  --m_waiters;
+  return result != ETIMEDOUT;
+}
+
+int WindowQueue::Descriptor(std::uint32_t window) {
+  const Guard guard(&m_post_mutex);
+  if (m_window != window) return -1;
+  if (!std::exchange(m_descriptor_used, true) && m_count > 0) SignalDescriptor();
+  return m_descriptor;
+}
+
+void WindowQueue::Close() {
+  std::vector<Queued> unread;
+  {
+    const Guard take_guard(&m_take_mutex);
+    const Guard post_guard(&m_post_mutex);
+    m_window = 0;
+    unread.assign(m_taken.begin() + static_cast<std::ptrdiff_t>(m_next), m_taken.end());
+    unread.insert(unread.end(), m_posted.begin(), m_posted.end());
+    std::vector<Queued>().swap(m_taken);
+    std::vector<Queued>().swap(m_posted);
+    m_next = 0;
+    m_count = 0;
+    SignalDescriptor();  // who polls it sees that something happened
+    close(std::exchange(m_descriptor, -1));
+    pthread_cond_broadcast(&m_arrived);
+  }
+  for (const Queued& queued : unread) {
+    if (queued.discard != nullptr) queued.discard(queued.post.w_param);
+  }
+}
+
+// A window that nobody polls costs no system calls.
+void WindowQueue::SignalDescriptor() {
+  if (m_descriptor_used) eventfd_write(m_descriptor, 1);
+}
+
+void WindowQueue::ClearDescriptor() {
+  eventfd_t count = 0;
+  if (m_descriptor_used) eventfd_read(m_descriptor, &count);
+}
+
+}  // namespace platform

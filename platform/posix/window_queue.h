@@ -1,0 +1,83 @@
+#pragma once
+
+#include <pthread.h>
+#include <time.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "platform/message_window.h"
+#include "platform/platform.h"
+
+namespace platform {
+
+// The messages of one window of our own. The object is never destroyed, so that a thread may keep a
+// pointer to it; it serves one window after the other, and a call that names another window than
+// the present one finds none.
+//
+// What is posted and what is taken lie in lists of their own, and the first becomes the second as a
+// whole. So taking a message seldom meets the lock of those that post.
+//
+// Lock order: take lock, then post lock.
+class WindowQueue {
+ public:
+  WindowQueue();
+  WindowQueue(const WindowQueue&) = delete;
+  WindowQueue& operator=(const WindowQueue&) = delete;
+
+  // Before the window's number is known to anybody. False when the system has no descriptor for it.
+  bool Open(std::uint32_t window);
+
+  // The following may be called from any thread.
+
+  std::size_t Post(std::uint32_t window, const WindowPost* posts, std::size_t count,
+                   DiscardFunction discard);
+  WindowWait Wait(std::uint32_t window, WindowMessage* message, int timeout_ms);
+  int Descriptor(std::uint32_t window);
+
+  // Discards what is queued, and makes the object ready for another window.
+  void Close();
+
+ private:
+  struct Queued {
+    WindowPost post;
+    DiscardFunction discard;
+  };
+
+  class Guard {
+   public:
+    explicit Guard(pthread_mutex_t* mutex) : m_mutex(mutex) { pthread_mutex_lock(m_mutex); }
+    ~Guard() { pthread_mutex_unlock(m_mutex); }
+    Guard(const Guard&) = delete;
+    Guard& operator=(const Guard&) = delete;
+
+   private:
+    pthread_mutex_t* const m_mutex;
+  };
+
+  WindowWait Take(std::uint32_t window, WindowMessage* message);
+  bool WaitForArrival(std::uint32_t window, const timespec* deadline);
+  void RefillTaken();
+  void SignalDescriptor();
+  void ClearDescriptor();
+
+  pthread_mutex_t m_take_mutex = PTHREAD_MUTEX_INITIALIZER;
+  std::vector<Queued> m_taken;  // under the take lock
+  std::size_t m_next = 0;       // likewise: in m_taken, the first message that nobody has
+
+  pthread_mutex_t m_post_mutex = PTHREAD_MUTEX_INITIALIZER;
+  std::vector<Queued> m_posted;  // under the post lock, as all that follows
+  pthread_cond_t m_arrived;
+  int m_waiters = 0;
+  int m_descriptor = -1;
+  bool m_descriptor_used = false;
+
+  // Written under both locks; 0: no window.
+  std::atomic<std::uint32_t> m_window{0};
+  // Messages in both lists. Rises under the post lock, so that who is about to sleep sees it.
+  std::atomic<std::size_t> m_count{0};
+};
+
+}  // namespace platform
