@@ -49,7 +49,6 @@ std::size_t WindowQueue::Post(std::uint32_t window, const WindowPost* posts, std
     const Guard guard(&m_post_mutex);
     if (m_window != window || count == 0) return 0;
     const bool first = m_posted.empty();
-    m_posted.reserve(m_posted.size() + count);
     for (std::size_t i = 0; i < count; ++i) m_posted.push_back({posts[i], discard});
     m_count += count;
     if (first) SignalDescriptor();
