@@ -61,11 +61,11 @@ std::int32_t CClientCommThread::IsOnline() {
 }
 
 std::int32_t CClientCommThread::SendRequest(const char* body, std::int32_t body_len) {
-  const CFTAutoLock guard(&m_link_lock, CFTRwLock::kRead);
-  if (m_link_id.empty()) return -1;
   if (body_len < 0 || body_len > ft::kMaxBodyLen) return -1;
   FTBufferPtr package = CFTBuffer::Make(static_cast<std::uint32_t>(ft::kPkgHeadLen + body_len));
   ft::EncodePkg(package.get(), body, body_len);
+  const CFTAutoLock guard(&m_link_lock, CFTRwLock::kRead);
+  if (m_link_id.empty()) return -1;
   // Before the package is on its way: its answer ends the wait.
   m_reply_wait_start.store(WallClockSeconds(), kRelaxed);
   SendPkg(m_link_id, package.release(), &ReleaseFTBuffer, FTSendMode::kForced,
@@ -79,11 +79,6 @@ std::int32_t CClientCommThread::OnEnterThread() {
   SetTimer(TIMER_CHECK_REPLY, kCheckIntervalMs);
   SetTimer(TIMER_CHECK_LINK, kCheckIntervalMs);
   return 0;
-}
-
-void CClientCommThread::OnExitThread() {
-  CFTBaseSockIf::OnExitThread();
-  FlushNotifications();
 }
 
 void CClientCommThread::OnLoop() {

@@ -39,6 +39,8 @@ class CClientCommThread : public CFTBaseSockIf {
   // for a length that cannot be.
   std::int32_t SendRequest(const char* body, std::int32_t body_len);
 
+  // The current link's; empty without one. It stays until everything received on the link has been
+  // handled.
   std::string GetLinkId();
 
   // The oldest queued package, as CReceivedQueue::Pop.
@@ -46,7 +48,6 @@ class CClientCommThread : public CFTBaseSockIf {
 
  protected:
   std::int32_t OnEnterThread() override;
-  void OnExitThread() override;
   void OnLoop() override;
   void OnMsg(FTMsg& msg, std::int32_t draining) override;
   std::int32_t VGetOnePkgLen(const void* data, std::int32_t count, const FTLinkInfo* link) override;

@@ -14,7 +14,7 @@ namespace platform {
 
 namespace {
 
-constexpr std::size_t kIdleCapacity = 1024;
+constexpr std::size_t kIdleCapacity = 16384;
 
 // Memory that a flood needed is not kept for ever.
 template <typename List>
