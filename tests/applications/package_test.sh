@@ -27,9 +27,7 @@ int main() {
   const unsigned int window = FTCreateWindow();
   CClientDataSource client;
   client.Link("127.0.0.1", 1, 0, 0, 0, 0, 0, 0, 0, 0, window, 1);
-  const bool online = client.IsOnline() != 0;
-  client.UnLink();
-  return online || FTDestroyWindow(window) != 0 ? 1 : 0;
+  return FTDestroyWindow(window);
 }
 END
 # CMake takes imported headers for system headers, whose warnings the compiler hides.

@@ -6,37 +6,19 @@ set -euo pipefail
 cd "${1:-$(dirname "$0")/../..}"
 
 # From the ground up: rooms, and in the engine its files, which have no directory here. A file may
-# include what stands in lines before its own, and its own room or header.
-levels=(
-  'platform'
-  '00shcode/mytoolkit'
-  '00shcode/ftmsgq'
-  'sock link_orders'
-  'link_info'
+# include what stands in levels before its own, and its own room or header.
+levels=('platform' '00shcode/mytoolkit' '00shcode/ftmsgq' 'sock link_orders' 'link_info'
   'connect_schedule pkg_cutter send_queue sock_if_contract engine_log'
-  'engine_msgs engine_state engine_thread'
-  'link select_thread'
-  'send_thread'
-  'receive_thread connector listener'
-  'wait_thread'
-  'engine'
-  'sockif'
-  'client'
-)
-engine=00shcode/ftmtsockimpl
-public_headers=' client/clientdatasource.h client/ftwindow.h '
+  'engine_msgs engine_state engine_thread' 'link select_thread' 'send_thread'
+  'receive_thread connector listener' 'wait_thread' 'engine' 'sockif' 'client')
+engine=00shcode/ftmtsockimpl faults=0 checked=0
+public_header='client/@(clientdatasource|ftwindow).h'
 platform_macros='_?_?(WIN32|WIN64|WINDOWS|linux|gnu_linux|unix|unix_|APPLE|MINGW[0-9]+|CYGWIN|'
 platform_macros+='POSIX_[A-Z_]+)(__)?|_MSC_VER|_GNU_SOURCE'
-faults=0
-checked=0
 
 fault() { # what is wrong in the directive that was read
   echo "$file:$line: $1"
   faults=$((faults + 1))
-}
-
-is_public_header() { # path
-  [[ $public_headers == *" $1 "* ]]
 }
 
 level_of() { # path: prints its level, or nothing
@@ -49,8 +31,7 @@ level_of() { # path: prints its level, or nothing
 }
 
 check_levels() { # header of ours
-  local own other
-  own=$(level_of "$file") other=$(level_of "$1")
+  local own=$(level_of "$file") other=$(level_of "$1")
   if [[ -z $own || -z $other || ! -f $1 ]]; then
     fault "$file or \"$1\" has no level in the library, or does not exist"
   elif ((own > 0)) && [[ $1 == platform/*/* ]]; then
@@ -67,7 +48,7 @@ check_own_header() { # path
       [[ $1 =~ ^(client/(package|check_sum).*|00shcode/mytoolkit/buffer)\.h$ ]] ||
         fault "the wire codec needs the buffer alone, not \"$1\"" ;;
     examples/*)
-      is_public_header "$1" || fault "an example is a host: \"$1\" is not a public header" ;;
+      [[ $1 == $public_header ]] || fault "an example is a host: \"$1\" is not a public header" ;;
     tools/* | bench/*) ;;
     *) check_levels "$1" ;;
   esac
@@ -77,10 +58,9 @@ check_own_header() { # path
 check_system_header() { # header
   [[ $1 == cerrno || $1 == *[./]* ]] || return 0
   case $1:$file in
-    stdint.h:client/* | stddef.h:client/*) is_public_header "$file" && return ;;
+    stdint.h:client/* | stddef.h:client/*) [[ $file == $public_header ]] && return ;;
     CLI/*:tools/* | benchmark/*:bench/* | *:tools/posix/* | *:tools/win32/*) return ;;
-    # The peers and what they are compared with stand on the system itself.
-    *:bench/versus/*) return ;;
+    *:bench/versus/*) return ;; # the peers stand on the system itself
     # A host's own event loop, and hosts with windows of the system.
     poll.h:examples/* | windows.h:examples/win32_*.cpp) return ;;
   esac
@@ -90,7 +70,7 @@ check_system_header() { # header
 check_macros() { # directive
   [[ $1 =~ (^|[^A-Za-z0-9_])($platform_macros)($|[^A-Za-z0-9_]) ]] || return 0
   # The export macro has to know how a name is exported.
-  [[ ${BASH_REMATCH[2]} == _WIN32 ]] && is_public_header "$file" && return
+  [[ ${BASH_REMATCH[2]} == _WIN32 && $file == $public_header ]] && return
   fault "tests for a platform (${BASH_REMATCH[2]}): that belongs in platform/"
 }
 

@@ -7,8 +7,6 @@ namespace testkit {
 namespace {
 
 using namespace std::chrono_literals;
-using std::chrono::steady_clock;
-
 const Bytes kHeartbeatBody("HB\0", 3);
 
 class BalanceQuery : public ClientTest {
@@ -20,23 +18,19 @@ class BalanceQuery : public ClientTest {
     EXPECT_EQ(g_pClientCommThread, nullptr);
     EXPECT_EQ(result, answer == nullptr ? 0 : 1);
     if (result != 1) return std::nullopt;
-    std::size_t length = 0;
-    for (int i = 3; i >= 0; --i) length = length << 8 | static_cast<unsigned char>(answer[i]);
-    Bytes body(answer + 4, length);
+    Bytes body(answer + 4, BigEndianAt({answer[3], answer[2], answer[1], answer[0]}, 0));
     m_client.FreeBuffer(answer);
     return body;
   }
 
   void ExpectGivenUp(const OwnPort& port) {
-    const auto begin = steady_clock::now();
+    const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(Query(port.Host(), port.Port()), std::nullopt);
-    EXPECT_GE(steady_clock::now() - begin, 8s);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 8s);
   }
 
-  std::future<std::optional<Bytes>> BeginQuery(const ScriptedServer& server, char question) {
-    return std::async(std::launch::async, [this, question, port = server.Port()] {
-      return Query(kLoopbackHost, port, question);
-    });
+  auto BeginQuery(const ScriptedServer& server, char question = 'A') {
+    return std::async(&BalanceQuery::Query, this, kLoopbackHost, server.Port(), question);
   }
 };
 
@@ -72,7 +66,7 @@ TEST_F(BalanceQuery, ALinkThatWasLostBeforeTheQuestionDoesNotCount) {
   bool answered = false;
   for (int i = 0; i < 5 && !answered; ++i) {
     ScriptedServer server;
-    auto querying = BeginQuery(server, 'A');
+    auto querying = BeginQuery(server);
     server.Accept(5s).Close();
     auto second = server.TryAccept(4s);
     if (second && second->ReceivePackage(2s)) second->SendPackage("the second link's");
@@ -82,9 +76,8 @@ TEST_F(BalanceQuery, ALinkThatWasLostBeforeTheQuestionDoesNotCount) {
 }
 
 TEST_F(BalanceQuery, HostsThatCannotBeResolvedAreNotLinkedTo) {
-  for (const char* const host : {"no-such-host.invalid", "256.1.1.1", ""}) {
+  for (const char* const host : {"no-such-host.invalid", "256.1.1.1", ""})
     EXPECT_EQ(Query(host, 80), std::nullopt) << host;
-  }
   char host[] = "127.0.0.1";
   char* answer = host;
   EXPECT_EQ(m_client.GetBalanceServer(nullptr, 80, 'A', &answer), 0);

@@ -1,13 +1,8 @@
 // From Link to UnLink or to the end of the process: what the calls answer in each state, which
-// server the client turns to, which of its links it listens to, and what it leaves behind.
+// server the client turns to, and what it leaves behind.
 #include <climits>
-#include <cstdlib>
-#include <random>
 
-#include "00shcode/ftmtsockimpl/engine_msgs.h"
 #include "client/client_slot.h"
-#include "client/comm_thread.h"
-#include "client/package.h"
 #include "tests/support/client_test.h"
 #include "tests/support/clock.h"
 #include "tests/support/process.h"
@@ -97,9 +92,7 @@ TEST_F(ClientLink, CopiesActOnTheSameClientAndNewObjectsOnNoneUntilTheyLink) {
 
 TEST_F(ClientLink, ServersTakeTurnsAndAddressesThatCannotBeFailAtOnce) {
   FastClock fast(3);
-  ScriptedServer first;
-  ScriptedServer second;
-  ScriptedServer never;
+  ScriptedServer first, second, never;
   const int port = never.Port();
   EXPECT_EQ(
       m_client.Link(never.Host(), 0, nullptr, port, first.Host(), first.Port(), "localhost", port,
@@ -113,33 +106,6 @@ TEST_F(ClientLink, ServersTakeTurnsAndAddressesThatCannotBeFailAtOnce) {
     EXPECT_EQ(m_window.Next(5s), LinkClosed());
   }
   EXPECT_EQ(never.TryAccept(0ms), std::nullopt) << "a host that is no address was linked to";
-}
-
-// Plays the engine: posts its messages about a link to the running client.
-void Play(const std::string& link_id) {
-  const auto link = std::make_shared<FTLinkInfo>();
-  link->link_id = link_id;
-  const auto copy = [&] { return std::make_unique<FTLinkInfo>(*link); };
-  const auto post = [](FTMsg msg) { g_pClientCommThread->Post("", 1, std::move(msg)); };
-  auto package = std::make_unique<CFTBuffer>();
-  ft::EncodePkg(package.get(), "stale", 5);
-  post(FTRecvPkgMsg::Make(link.get(), std::move(package)));
-  post(FTConnectFailedMsg::Make(copy()));
-  post(FTLinkUpMsg::Make(copy(), copy()));
-  post(FTLinkClosedMsg::Make(copy(), FTCloseReason::kRecvFailed, link));
-}
-
-TEST_F(ClientLink, LinksThatWereReplacedOrHaveEndedAreNotHeard) {
-  Peer peer = LinkWith(&m_server);
-  Play("FF000000");
-  peer.SendPackage("fresh");
-  EXPECT_EQ(m_window.Next(5s), Package("fresh"));
-  EXPECT_EQ(m_window.Next(200ms), std::nullopt);
-  EXPECT_EQ(m_client.IsOnline(), 1);
-  peer.Close();
-  EXPECT_EQ(m_window.Next(5s), LinkClosed());
-  Play("01000000");  // the first link of a client
-  EXPECT_EQ(m_window.Next(200ms), std::nullopt);
 }
 
 // UnLink and the end of the process give back all that the client held, at any moment.

@@ -2,31 +2,16 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
-#include <atomic>
-#include <cerrno>
-#include <chrono>
 #include <csignal>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
 
 #include "00shcode/ftmtsockimpl/link.h"
 #include "00shcode/ftmtsockimpl/sock.h"
-#include "00shcode/mytoolkit/thread.h"
 #include "client/ftwindow.h"
-#include "tests/support/peer.h"
 #include "tests/support/posix/faults.h"
 #include "tests/support/stderr_capture.h"
 #include "tests/support/test_protocol.h"
-#include "tests/support/threads.h"
 
 using namespace testkit;
 using namespace std::chrono_literals;
@@ -108,17 +93,6 @@ TEST(SocketReuse, ALinkClosesItsSocketBetweenWritesAndWritesNothingAfterwards) {
   g_watched = -1;
 }
 
-TEST(Send, FailsWithoutASignalWhenThePeerIsGone) {
-  const auto before = std::signal(SIGPIPE, SIG_DFL);  // ends the program
-  int ends[2];
-  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-  close(ends[1]);
-  const platform::ConstBytePiece piece{"into the void", 13};
-  EXPECT_EQ(FTSockSend(ends[0], &piece, 1), -1);
-  close(ends[0]);
-  std::signal(SIGPIPE, before);
-}
-
 TEST(Select, OneWaitServes2048SocketsWithNumbersAbove1023) {
   rlimit before{};
   getrlimit(RLIMIT_NOFILE, &before);
@@ -152,7 +126,7 @@ TEST(Select, OneWaitServes2048SocketsWithNumbersAbove1023) {
 // Neither interruptions nor a waker that could not be made end a wait early.
 TEST(Wait, LastsForTheTimeGivenWithoutDescriptorsAndWithInterruptions) {
   platform::Waker first;  // whatever is made only once is made
-  const DescriptorLimit none(0);
+  const DescriptorLimit none;
   EXPECT_EQ(FTSockListen("127.0.0.1", 0), kNoSocket);
   platform::Waker waker;
   waker.Wake();

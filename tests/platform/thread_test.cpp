@@ -4,19 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
-#include <cstdint>
 #include <ctime>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "00shcode/mytoolkit/clock.h"
 #include "00shcode/mytoolkit/event.h"
 #include "00shcode/mytoolkit/rw_lock.h"
 #include "tests/support/process.h"
 #include "tests/support/stderr_capture.h"
-#include "tests/support/threads.h"
 
 using namespace testkit;
 using namespace std::chrono_literals;
@@ -154,9 +148,9 @@ TEST(Log, LinesHaveTheirFieldsInPlaceUpToTheThreshold) {
 TEST(LocalTime, SundayIsTheSeventhDayOfTheWeek) {
   UseTimeZone("UTC0");
   for (int day = 5; day <= 7; ++day) {  // from a Friday on
-    const std::int64_t seconds = kSeconds + (day - 5) * 86400;
     int weekday = 0;
-    ft::SplitLocalTime(seconds, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &weekday);
+    ft::SplitLocalTime(kSeconds + (day - 5) * 86400, nullptr, nullptr, nullptr, nullptr, nullptr,
+                       nullptr, &weekday);
     EXPECT_EQ(weekday, day);
   }
 }

@@ -1,19 +1,11 @@
 // Windows of our own, for systems that have none.
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <chrono>
-#include <cstdint>
-#include <thread>
 
 #include "client/ftwindow.h"
 #include "platform/message_window.h"
-#include "platform/platform.h"
 #include "tests/support/posix/faults.h"
 #include "tests/support/process.h"
-#include "tests/support/threads.h"
 
 namespace {
 
@@ -110,7 +102,7 @@ TEST(HostWindow, GivesItsDescriptorBackAndNobodyWaitsOnceItIsGone) {
   { const Window first; }  // whatever is made only once is made
   const HeldResources held;
   {
-    const DescriptorLimit none(0);
+    const DescriptorLimit none;
     EXPECT_EQ(FTCreateWindow(), 0U);
   }
   const unsigned int window = FTCreateWindow();

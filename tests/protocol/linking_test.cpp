@@ -1,15 +1,12 @@
 // How links come about: ids, connects and their outcomes, listening, and which thread says so.
+#include <ctime>
 #include <set>
-#include <tuple>
 
 #include "tests/protocol/protocol_kit.h"
-#include "tests/support/clock.h"
-#include "tests/support/process.h"
 
 namespace testkit {
 namespace {
 
-using namespace std::chrono_literals;
 using Ids = std::vector<std::string>;
 
 TEST(LinkIds, AreTheCountersBytesLowestFirstOnAllThreads) {
@@ -19,11 +16,8 @@ TEST(LinkIds, AreTheCountersBytesLowestFirstOnAllThreads) {
     for (int i = 0; i < 2000; ++i) taken.Push(protocol.VNewLinkId());
   });
   const auto all = taken.All();
-  const std::set<std::string> ids(all.begin(), all.end());
-  EXPECT_EQ(ids.size(), 8000U);
-  for (const char* id : {"01000000", "FF000000", "00010000", "401F0000"}) {
-    EXPECT_EQ(ids.count(id), 1U) << id;
-  }
+  EXPECT_EQ(std::set(all.begin(), all.end()).size(), 8000U);
+  EXPECT_EQ(protocol.VNewLinkId(), "411F0000");
 }
 
 TEST(Operations, AreRefusedBeforeTheThreadRunsAndAfterwards) {
@@ -99,14 +93,12 @@ TEST(DirectEvents, RunUntilTheEngineStops) {
   TestProtocol protocol(FTEventMode::kDirect);
   // The threads that make and reap links end before those of the links.
   protocol.On().closed = [&](const FTLinkInfo&) {
-    EXPECT_LE(TestProtocol::GetThreadCount(), TestProtocol::kThreads - 3 + 4);
+    EXPECT_LE(TestProtocol::GetThreadCount(), TestProtocol::kThreads - 3 + 3);
   };
   protocol.Start();
   const TestProtocol::OpenedLink links[] = {protocol.OpenLink(server), protocol.OpenLink(server)};
   protocol.Stop();
-  for (std::size_t i = 0; i < std::size(links); ++i) {
-    EXPECT_EQ(protocol.WaitClosed(), FTCloseReason::kNone);
-  }
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(protocol.WaitClosed(), FTCloseReason::kNone);
 }
 
 class Linking : public testing::Test {
@@ -116,10 +108,9 @@ class Linking : public testing::Test {
   // Ids in the order in which their connects are reported as failed.
   Ids TakeFailed(std::size_t count) {
     Ids ids;
-    while (ids.size() < count) {
+    for (; count > 0; --count) {
       const auto event = m_protocol.WaitFor(Kind::kConnectFailed);
-      if (!event) break;
-      ids.push_back(event->link.link_id);
+      ids.push_back(event ? event->link.link_id : "none");
     }
     return ids;
   }
@@ -197,10 +188,11 @@ TEST_F(Linking, ConnectsWithoutSuccessCostNothingAndFailAtTheirTimeOutOrWhenClos
   m_protocol.CloseLink(ids[1], FTCloseMode::kAfterSending);
   EXPECT_EQ(TakeFailed(2), (Ids{ids[0], ids[1]}));
 
-  const auto cpu_before = CpuTime();
+  const std::clock_t cpu_before = std::clock();
   clock.Advance(10000);
   EXPECT_FALSE(m_protocol.Events().WaitFor(1, 1s)) << "the time-out is only reached";
-  EXPECT_LT(CpuTime() - cpu_before, 150ms) << "the system calls a refused socket ready for ever";
+  // The system calls a refused socket ready for ever. On Windows clock() is no processor time.
+  EXPECT_LT(std::clock() - cpu_before, (kFailedConnectsAreWritable ? 0.15 : 10) * CLOCKS_PER_SEC);
   clock.Advance(71);
   EXPECT_EQ(TakeFailed(3), (Ids{ids[2], ids[3], ids[4]}));
   EXPECT_TRUE(NothingHappens());
@@ -221,7 +213,6 @@ TEST_F(Linking, ADelayedConnectStartsOnceItsDelayIsOverUnlessItIsClosed) {
   const auto connected = m_protocol.WaitFor(Kind::kConnected);
   ASSERT_TRUE(connected);
   EXPECT_EQ(connected->link.link_id, ids[0]);
-  EXPECT_EQ(connected->link.user_value1, 5U);
   EXPECT_TRUE(NothingHappens());
 }
 
@@ -232,10 +223,8 @@ TEST_F(Linking, ANewcomerWithTheIdOfARunningLinkIsRefused) {
   Peer second = m_server.Accept(10s);
   EXPECT_EQ(TakeFailed(1), Ids{"SAME"});
   EXPECT_NE(second.WaitClosed(10s), LinkEnd::kStillOpen);
-  first.peer.SendPackage("still here");
-  EXPECT_EQ(m_protocol.ReceivePackage(), "still here");
-  EXPECT_EQ(m_protocol.Send("SAME", "so am I"), kSendQueued);
-  EXPECT_EQ(first.peer.ReceivePackage(10s), "so am I");
+  EXPECT_EQ(m_protocol.Send("SAME", "still here"), kSendQueued);
+  EXPECT_EQ(first.peer.ReceivePackage(10s), "still here");
 }
 
 }  // namespace

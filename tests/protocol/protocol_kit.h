@@ -1,21 +1,21 @@
-// What the tests of the protocol class share.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-#include <vector>
+#include <gmock/gmock.h>
 
 #include "00shcode/mytoolkit/text.h"
+#include "tests/support/clock.h"
+#include "tests/support/process.h"
 #include "tests/support/test_protocol.h"
 
 namespace testkit {
 
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
 using Kind = LinkEvent::Kind;
 using Lines = std::vector<std::string>;
 
 constexpr Milliseconds kAWhile(300);  // for what must not happen
+constexpr std::int32_t kQueueLimit = 200000000;
 
 // The lines with this text, each behind its source, number and level.
 inline Lines LinesAbout(const TestProtocol& protocol, const std::string& part) {

@@ -13,21 +13,7 @@ constexpr std::uint32_t kOneCheckMs = 2100;  // a little more than the client's 
 // What a window is told: one of FTLinkEvent, or 0 and the body of a package.
 using Notification = std::pair<int, Bytes>;
 
-inline Notification LinkUp() {
-  return {LINK_EVENT_UP, {}};
-}
-inline Notification ConnectFailed() {
-  return {LINK_EVENT_CONNECT_FAILED, {}};
-}
-inline Notification LinkClosed() {
-  return {LINK_EVENT_CLOSED, {}};
-}
-inline Notification Package(Bytes body) {
-  return {0, std::move(body)};
-}
-
-// A window of the test. It returns every body to the client's FreeBuffer, and fails the test when
-// a message does not carry the window's number or the message number that it was made for.
+// Fails the test when a message carries another window's number or another message number.
 class ClientWindow {
  public:
   explicit ClientWindow(CClientDataSource* client, unsigned int message = 0x0401)
@@ -45,11 +31,11 @@ class ClientWindow {
     EXPECT_EQ(taken.message, m_message);
     if (taken.wParam == 0) return Notification(static_cast<int>(taken.lParam), "");
     char* const body = reinterpret_cast<char*>(taken.wParam);
-    Notification package = Package(Bytes(body, static_cast<std::size_t>(taken.lParam)));
+    Notification package(0, Bytes(body, static_cast<std::size_t>(taken.lParam)));
     m_client->FreeBuffer(body);
     return package;
   }
-  // Takes what comes until this one has come. The limit is for each.
+  // The limit is for each message up to this one.
   bool WaitFor(const Notification& last, Milliseconds limit) {
     while (const auto next = Next(limit)) {
       if (*next == last) return true;
@@ -75,8 +61,7 @@ struct Endpoint {
   int port;
 };
 
-template <typename Server>
-Endpoint At(const Server& server) {
+inline Endpoint At(const OwnPort& server) {
   return {server.Host(), server.Port()};
 }
 
@@ -93,6 +78,11 @@ inline int LinkClient(CClientDataSource* client, std::vector<Endpoint> servers, 
 // A host application: the process's one client, unlinked at the end, and a window for it.
 class ClientTest : public ::testing::Test {
  protected:
+  static Notification LinkUp() { return {LINK_EVENT_UP, {}}; }
+  static Notification ConnectFailed() { return {LINK_EVENT_CONNECT_FAILED, {}}; }
+  static Notification LinkClosed() { return {LINK_EVENT_CLOSED, {}}; }
+  static Notification Package(Bytes body) { return {0, std::move(body)}; }
+
   int Link(std::vector<Endpoint> servers) {
     return LinkClient(&m_client, std::move(servers), m_window.Handle(), m_window.Message());
   }

@@ -7,23 +7,21 @@
 
 namespace testkit {
 
-// While one of these lives the library's tick clock has a pace of its own; afterwards it goes on
-// from there at the pace before. It never jumps by itself: our counter stays in place.
-class TickPace {
+// While one lives the library's tick clock runs so many times faster than real time; afterwards it
+// goes on from there at the pace before. Waits of the library (500 ms for a socket, an event) stay
+// real time: at 40 times the speed each of them is 20 seconds on the tick clock.
+class FastClock {
  public:
-  // So many milliseconds pass in one; 0 stops the clock.
-  explicit TickPace(int rate) {
+  explicit FastClock(int rate) {
     platform::SetTickCounter(&Reading);
     m_rate_before = SetRate(rate);
   }
-  ~TickPace() { SetRate(m_rate_before); }
+  ~FastClock() { SetRate(m_rate_before); }
 
-  // Setting it back looks like a wrap to the library.
-  void Set(std::uint32_t milliseconds) {
+  void Advance(std::uint32_t milliseconds) {
     const Guard guard(s_lock);
-    Anchor(std::chrono::milliseconds(milliseconds));
+    s_shown += std::chrono::milliseconds(milliseconds);
   }
-  void Advance(std::uint32_t milliseconds) { Set(Reading() + milliseconds); }
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -35,14 +33,11 @@ class TickPace {
   }
   static int SetRate(int rate) {
     const Guard guard(s_lock);
-    Anchor(ShownNow());
+    s_shown = ShownNow();
+    s_anchor = Clock::now();
     return std::exchange(s_rate, rate);
   }
   static Clock::duration ShownNow() { return s_shown + (Clock::now() - s_anchor) * s_rate; }
-  static void Anchor(Clock::duration shown) {
-    s_shown = shown;
-    s_anchor = Clock::now();
-  }
 
   static inline std::mutex s_lock;  // guards what follows
   static inline int s_rate = 1;
@@ -53,17 +48,9 @@ class TickPace {
   int m_rate_before;
 };
 
-// So many times faster than real time. Waits of the library (500 ms for a socket, an event) stay
-// real time: at 40 times the speed each of them is 20 seconds on the tick clock.
-class FastClock : TickPace {
- public:
-  using TickPace::TickPace;
-};
-
-// Stands still and shows what the test sets.
-class ManualClock : public TickPace {
- public:
-  ManualClock() : TickPace(0) {}
+// Stands still unless the test lets the time pass.
+struct ManualClock : FastClock {
+  ManualClock() : FastClock(0) {}
 };
 
 }  // namespace testkit

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <algorithm>
-#include <cerrno>
 #include <system_error>
 
 #include "tests/support/socket.h"
@@ -11,10 +10,9 @@ namespace testkit {
 
 enum class LinkEnd { kStillOpen, kOrderly, kReset };
 
-// This end of one TCP link, played by the test itself: nothing happens between its calls. Sending
-// throws std::system_error when the bytes are not taken within ten seconds or the link is gone.
-// Receiving throws std::runtime_error on a malformed package (mark, check sum), and gives nothing
-// when the limit passes or the link ends first.
+// This end of one TCP link, played by the test itself. Sending throws std::system_error when the
+// bytes are not taken within ten seconds or the link is gone. Receiving throws std::runtime_error
+// on a malformed package, and gives nothing when the limit passes or the link ends first.
 class Peer {
  public:
   explicit Peer(Descriptor socket) : m_socket(std::move(socket)) {
@@ -32,7 +30,6 @@ class Peer {
     if (state != platform::ConnectState::kConnected) return std::nullopt;
     return peer;
   }
-  // The same, or throws std::runtime_error.
   static Peer Connect(std::uint16_t port, Milliseconds limit) {
     auto peer = TryConnect(port, limit);
     return peer ? std::move(*peer) : throw std::runtime_error("no link to the port");
@@ -55,12 +52,10 @@ class Peer {
     }
   }
 
-  // The body of the next package, be it a heartbeat.
-  std::optional<Bytes> ReceiveAny(Milliseconds limit) {
+  std::optional<Bytes> ReceiveAny(Milliseconds limit) {  // heartbeats too
     const auto deadline = Clock::now() + limit;
     std::optional<Bytes> body;
     while (!(body = TakeBody(&m_stream)) && ReadMore(deadline)) continue;
-    if (body && IsHeartbeat(*body)) ++m_heartbeat_count;
     return body;
   }
   std::optional<Bytes> ReceivePackage(Milliseconds limit) {
@@ -68,23 +63,21 @@ class Peer {
     while ((body = ReceiveAny(limit)) && IsHeartbeat(*body)) continue;
     return body;
   }
-  // The next bytes of the stream, whatever they mean; all of them or nothing.
   std::optional<Bytes> ReceiveExactly(std::size_t count, Milliseconds limit) {
     const auto deadline = Clock::now() + limit;
-    while (m_stream.size() < count) {
-      if (!ReadMore(deadline)) return std::nullopt;
-    }
+    while (m_stream.size() < count && ReadMore(deadline)) continue;
+    if (m_stream.size() < count) return std::nullopt;
     Bytes bytes = m_stream.substr(0, count);
     m_stream.erase(0, count);
     return bytes;
   }
-  // Reads until this many heartbeats came over the link; data packages are dropped.
+  // For the next so many of them; data packages are dropped.
   bool WaitForHeartbeats(std::size_t count, Milliseconds limit) {
     const auto deadline = Clock::now() + limit;
-    while (m_heartbeat_count < count && ReceiveAny(Left(deadline))) continue;
-    return m_heartbeat_count >= count;
+    std::optional<Bytes> body;
+    while (count > 0 && (body = ReceiveAny(Left(deadline)))) count -= IsHeartbeat(*body) ? 1 : 0;
+    return count == 0;
   }
-  // Waits for the other side to end the link; what it sent before stays receivable.
   LinkEnd WaitClosed(Milliseconds limit) {
     const auto deadline = Clock::now() + limit;
     while (ReadMore(deadline)) continue;
@@ -107,7 +100,6 @@ class Peer {
     return std::max(std::chrono::ceil<Milliseconds>(deadline - Clock::now()), Milliseconds(0));
   }
 
-  // False when the deadline passed or the stream has ended.
   bool ReadMore(Clock::time_point deadline) {
     const FaultFree guard;
     if (m_end != LinkEnd::kStillOpen) return false;
@@ -122,7 +114,6 @@ class Peer {
   Descriptor m_socket;
   LinkEnd m_end = LinkEnd::kStillOpen;
   Bytes m_stream;  // read and not yet cut into packages
-  std::size_t m_heartbeat_count = 0;
 };
 
 }  // namespace testkit

@@ -5,9 +5,8 @@
 
 namespace testkit {
 
-std::size_t CountDescriptors();       // on Windows: sockets
-std::size_t CountThreads();           // those that were joined do not count
-std::chrono::microseconds CpuTime();  // user and system time of all threads so far
+std::size_t CountDescriptors();  // on Windows: sockets
+std::size_t CountThreads();      // those that were joined do not count
 // For this process and those that it starts; empty: removes the variable.
 void SetVariable(const char* name, const char* value);
 

@@ -28,13 +28,6 @@ bool testkit::IsInherited(const Descriptor& socket) {
 
 namespace testkit {
 
-static int Option(const Descriptor& socket, int level, int option) {
-  int value = -1;
-  socklen_t length = sizeof value;
-  getsockopt(socket.Get(), level, option, reinterpret_cast<char*>(&value), &length);
-  return value;
-}
-
 void Listen(const Descriptor& socket, int backlog) {
   if (listen(socket.Get(), backlog) != 0) throw std::runtime_error("cannot listen");
 }
@@ -44,8 +37,7 @@ int Receive(const Descriptor& socket, char* bytes, int most) {
 }
 
 void HalfClose(const Descriptor& socket) {
-  constexpr int kSending = 1;  // on every system
-  shutdown(socket.Get(), kSending);
+  shutdown(socket.Get(), 1);  // sending, on every system
 }
 
 // A socket that blocks, blocks here: to receive, or, when it listens, to accept.
@@ -56,7 +48,10 @@ bool IsNonBlocking(const Descriptor& socket) {
 }
 
 bool DelaysSmallWrites(const Descriptor& socket) {
-  return Option(socket, IPPROTO_TCP, TCP_NODELAY) == 0;
+  int no_delay = 0;
+  socklen_t length = sizeof no_delay;
+  getsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, reinterpret_cast<char*>(&no_delay), &length);
+  return no_delay == 0;
 }
 
 void LimitBuffers(const Descriptor& socket, int bytes) {

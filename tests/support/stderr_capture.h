@@ -12,8 +12,7 @@ extern "C" __attribute__((weak)) void __sanitizer_set_report_fd(void* fd);
 
 namespace testkit {
 
-// While it lives everything that the process writes to its standard error stream is kept here
-// instead. Reports of the sanitizers still go where they went before. One at a time.
+// Keeps what the process writes to standard error, reports of sanitizers excepted. One at a time.
 class StderrCapture {
  public:
   StderrCapture() {

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <cstdarg>
 #include <cstdio>
-#include <memory>
 
 #include "00shcode/ftmtsockimpl/engine_state.h"
 #include "sockif/base_sock_if.h"
@@ -48,9 +46,9 @@ struct LinkEvent {
 
   Kind kind;
   FTLinkInfo link;
-  Bytes body;            // kPackage, without the header
-  FTCloseReason reason;  // kClosed
-  FTLinkInfo listener;   // kAccepted
+  Bytes body{};            // kPackage, without the header
+  FTCloseReason reason{};  // kClosed
+  FTLinkInfo listener{};   // kAccepted
   std::uint32_t thread = platform::CurrentThreadId();
 };
 
@@ -76,9 +74,7 @@ class TestProtocol : public CFTBaseSockIf {
   };
 
   struct OpenedLink {
-    // A link holds its socket and a waker, and this process the peer's socket too.
-    static constexpr std::size_t kDescriptors = 3;
-
+    static constexpr std::size_t kDescriptors = 3;  // two sockets and a waker
     std::string id;
     Peer peer;
     FTLinkInfo link;
@@ -116,7 +112,7 @@ class TestProtocol : public CFTBaseSockIf {
     Require(connected && connected->link.link_id == id, "no link came up");
     return {std::move(id), std::move(peer), connected->link};
   }
-  // The next event of this kind, or nothing; those before it are dropped.
+  // Drops the events before it.
   std::optional<LinkEvent> WaitFor(Kind kind) {
     auto event = m_events.Take(kLimit);
     while (event && event->kind != kind) event = m_events.Take(kLimit);
@@ -190,18 +186,21 @@ class TestProtocol : public CFTBaseSockIf {
   }
   void OnLinkClosed(const FTLinkInfo* link, FTCloseReason reason) override {
     if (m_hooks.closed) m_hooks.closed(*link);
-    Report(Kind::kClosed, link, {}, reason);
+    m_events.Push({Kind::kClosed, *link, {}, reason});
   }
   void OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::int32_t* keep) override {
     const Bytes whole(reinterpret_cast<const char*>(pkg->GetData()),
                       static_cast<std::size_t>(pkg->GetDataLen()));
-    Report(Kind::kPackage, link, whole.substr(whole.size() < kHeaderSize ? 0 : kHeaderSize));
+    m_events.Push(
+        {Kind::kPackage, *link, whole.substr(whole.size() < kHeaderSize ? 0 : kHeaderSize)});
     if (m_hooks.received) m_hooks.received(*link, pkg, keep);
   }
-  void OnConnectFailed(const FTLinkInfo* link) override { Report(Kind::kConnectFailed, link); }
-  void OnConnected(const FTLinkInfo* link) override { Report(Kind::kConnected, link); }
+  void OnConnectFailed(const FTLinkInfo* link) override {
+    m_events.Push({Kind::kConnectFailed, *link});
+  }
+  void OnConnected(const FTLinkInfo* link) override { m_events.Push({Kind::kConnected, *link}); }
   void OnAccepted(const FTLinkInfo* link, const FTLinkInfo* listener) override {
-    Report(Kind::kAccepted, link, {}, {}, *listener);
+    m_events.Push({Kind::kAccepted, *link, {}, {}, *listener});
   }
   void OnSendSpace(const FTLinkInfo* link, std::int32_t free, std::int32_t limit) override {
     if (m_hooks.space) m_hooks.space(*link);
@@ -211,10 +210,6 @@ class TestProtocol : public CFTBaseSockIf {
  private:
   static constexpr std::chrono::seconds kLimit{10};
 
-  void Report(Kind kind, const FTLinkInfo* link, const Bytes& body = {}, FTCloseReason reason = {},
-              const FTLinkInfo& listener = {}) {
-    m_events.Push({kind, *link, body, reason, listener});
-  }
   static void Require(bool condition, const char* what) {
     if (!condition) throw std::runtime_error(what);
   }

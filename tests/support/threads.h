@@ -2,7 +2,6 @@
 
 #include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <optional>
 #include <thread>
 #include <vector>

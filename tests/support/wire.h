@@ -40,9 +40,8 @@ inline Bytes CheckSum(const Bytes& body) {
 
 // Twelve header bytes with any content, for packages that lie. check_sum holds four bytes.
 inline Bytes BuildHeader(std::uint32_t body_length, const Bytes& check_sum,
-                         std::uint32_t mark = 1) {
-  const Bytes reversed = BigEndian(mark);
-  return Bytes(reversed.rbegin(), reversed.rend()) + BigEndian(body_length) + check_sum;
+                         std::uint32_t mark = 0x01000000) {
+  return BigEndian(mark) + BigEndian(body_length) + check_sum;
 }
 
 inline Bytes BuildPackage(const Bytes& body) {
@@ -57,8 +56,7 @@ inline bool IsHeartbeat(const Bytes& body) {
   return body.compare(0, 3, "HB\0", 3) == 0;
 }
 
-// Cuts the package at the start of the stream off and returns its body; nothing while it is
-// incomplete. Throws std::runtime_error when mark or check sum are wrong.
+// Cuts the first package off; nothing while it is incomplete. Throws when it is malformed.
 inline std::optional<Bytes> TakeBody(Bytes* stream) {
   const std::size_t size = kHeaderSize + BigEndianAt(*stream, 4);
   if (stream->size() < size) return std::nullopt;

@@ -3,13 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <memory>
-#include <optional>
-#include <random>
-#include <utility>
-#include <vector>
-
 #include "00shcode/ftmtsockimpl/pkg_cutter.h"
 #include "client/check_sum.h"
 #include "tests/support/wire.h"
@@ -207,6 +200,12 @@ TEST(PkgCutter, TheRuleSeesWhatARegularBufferHolds) {
   CutterFeed never{CFTPkgCutter([](const unsigned char*, std::int32_t) { return 0; })};
   EXPECT_EQ(never.Feed(Bytes(2047, 'n')), Result::kGoOn);
   EXPECT_EQ(never.Feed("n"), Result::kNoLength) << "a full regular buffer cannot be read into";
+
+  CutterFeed shrinks{CFTPkgCutter([](const unsigned char* data, std::int32_t count) {
+    return count == 0 ? 0 : data[0] == 'y' ? 500 : count < 3000 ? 3000 : 2500;
+  })};
+  EXPECT_EQ(shrinks.Feed(Bytes(2500, 's') + Bytes(500, 'y')), Result::kGoOn);
+  EXPECT_TRUE(shrinks.Gave({Bytes(2500, 's'), Bytes(500, 'y')})) << "what is left comes next";
 }
 
 }  // namespace

@@ -2,13 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
 #include <cstring>
-#include <string>
-#include <tuple>
-#include <utility>
-#include <vector>
 
 #include "00shcode/mytoolkit/block_pool.h"
 #include "00shcode/mytoolkit/buffer.h"

@@ -2,9 +2,7 @@
 
 #include <dlfcn.h>
 #include <poll.h>
-#include <pthread.h>
 #include <sys/socket.h>
-#include <time.h>
 
 #include <algorithm>
 

@@ -1,5 +1,5 @@
-// Faults from outside, for Linux alone: they stand before the system's functions. A fault is to be
-// ordered before the thread runs that shall meet it. Of each class one object at a time.
+// Faults from outside, for Linux alone. A fault is to be ordered before the thread runs that shall
+// meet it. Of each class one object at a time.
 #pragma once
 
 #include <sys/resource.h>
@@ -96,15 +96,13 @@ class ThreadLimit {
   static inline std::atomic<int> s_left{-1}, s_refused{0};
 };
 
-// While it lives the process can open only so many more descriptors.
+// While it lives the process can open no more descriptors.
 class DescriptorLimit {
  public:
-  // The system gives out the lowest free number: the one behind the next `more` is out of bounds.
-  explicit DescriptorLimit(int more) {
-    std::vector<Descriptor> taken;
-    for (int i = 0; i <= more; ++i) taken.emplace_back(dup(STDOUT_FILENO));
+  DescriptorLimit() {
+    const Descriptor lowest_free(dup(STDOUT_FILENO));
     getrlimit(RLIMIT_NOFILE, &m_before);
-    const rlimit limit{static_cast<rlim_t>(taken.back().Get()), m_before.rlim_max};
+    const rlimit limit{static_cast<rlim_t>(lowest_free.Get()), m_before.rlim_max};
     setrlimit(RLIMIT_NOFILE, &limit);
   }
   ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &m_before); }
@@ -119,7 +117,6 @@ class ClockShift {
   ~ClockShift() { s_slept = s_wall = 0; }
 
   void SetWallClock(std::int64_t seconds) { s_wall += seconds; }
-  // As a machine does that is switched to sleep.
   void Sleep(std::int64_t seconds) {
     s_wall += seconds;
     s_slept += seconds;

@@ -1,24 +1,20 @@
 #include "tests/support/process.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <iterator>
 
 namespace testkit {
 
 using Directory = std::filesystem::directory_iterator;
 
 // A joined thread stays in the list a moment longer, marked as exiting.
-static bool IsExiting(const std::filesystem::directory_entry& task) {
+static bool IsAlive(const std::filesystem::directory_entry& task) {
   constexpr unsigned long kExiting = 0x4;  // PF_EXITING of the kernel
   std::ifstream stat(task.path() / "stat");
   std::string flags;
   for (int field = 1; field <= 9; ++field) stat >> flags;
-  return !stat || (std::stoul(flags) & kExiting) != 0;
+  return stat && (std::stoul(flags) & kExiting) == 0;
 }
 
 std::size_t CountDescriptors() {
@@ -28,11 +24,7 @@ std::size_t CountDescriptors() {
 
 std::size_t CountThreads() {
   const Directory tasks("/proc/self/task");
-  return static_cast<std::size_t>(std::count_if(tasks, Directory(), std::not_fn(IsExiting)));
-}
-
-std::chrono::microseconds CpuTime() {
-  return std::chrono::microseconds(std::clock() * 1000000 / CLOCKS_PER_SEC);
+  return static_cast<std::size_t>(std::count_if(tasks, Directory(), IsAlive));
 }
 
 void SetVariable(const char* name, const char* value) {

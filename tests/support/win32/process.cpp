@@ -6,15 +6,11 @@
 
 #include <tlhelp32.h>
 
-#include <cstdint>
-#include <cstdlib>
-
 namespace testkit {
 
 std::size_t CountDescriptors() {
-  constexpr SOCKET kLargestNumber = 20000;
   std::size_t count = 0;
-  for (SOCKET number = 4; number < kLargestNumber; number += 4) {
+  for (SOCKET number = 4; number < 20000; number += 4) {
     int type = 0;
     int length = sizeof type;
     auto* const bytes = reinterpret_cast<char*>(&type);
@@ -33,16 +29,6 @@ std::size_t CountThreads() {
   }
   CloseHandle(snapshot);
   return count;
-}
-
-std::chrono::microseconds CpuTime() {
-  FILETIME start, end, kernel, user;
-  GetProcessTimes(GetCurrentProcess(), &start, &end, &kernel, &user);
-  std::uint64_t ticks = 0;  // of 100 ns
-  for (const FILETIME& time : {kernel, user}) {
-    ticks += std::uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime;
-  }
-  return std::chrono::microseconds(ticks / 10);
 }
 
 void SetVariable(const char* name, const char* value) {
