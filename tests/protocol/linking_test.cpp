@@ -220,9 +220,9 @@ TEST_F(Linking, ANewcomerWithTheIdOfARunningLinkIsRefused) {
   m_protocol.On().new_link_id = [] { return "SAME"; };
   auto first = m_protocol.OpenLink(m_server);
   m_protocol.Connect(m_server.Host(), m_server.Port());
-  Peer second = m_server.Accept(10s);
+  auto second = m_server.TryAccept(10s);  // on Windows a link that was reset is not accepted
   EXPECT_EQ(TakeFailed(1), Ids{"SAME"});
-  EXPECT_NE(second.WaitClosed(10s), LinkEnd::kStillOpen);
+  EXPECT_TRUE(!second || second->WaitClosed(10s) != LinkEnd::kStillOpen);
   EXPECT_EQ(m_protocol.Send("SAME", "still here"), kSendQueued);
   EXPECT_EQ(first.peer.ReceivePackage(10s), "still here");
 }
