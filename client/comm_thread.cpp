@@ -162,6 +162,7 @@ void CClientCommThread::Notify(std::uint32_t window, const platform::WindowPost&
 // A body that cannot be posted is nobody's.
 void CClientCommThread::FlushNotifications() {
   const std::size_t count = m_notifications.size();
+  if (count == 0) return;
   std::size_t posted =
       platform::PostToWindow(m_notified_window, m_notifications.data(), count, &DiscardBody);
   while (posted < count) DiscardBody(m_notifications[posted++].w_param);

@@ -44,7 +44,6 @@ CFTMtSockImpl::~CFTMtSockImpl() {
   std::map<std::string, FTLinkThreadPtr> links;
   const CFTAutoLock guard(&m_table_lock, CFTRwLock::kWrite);
   links.swap(m_links);
-  ft::FreeIdleBlocks();
 }
 
 std::int32_t CFTMtSockImpl::SendPkg(const std::string& link_id, CFTBuffer* pkg,
