@@ -59,8 +59,8 @@ check_system_header() { # header
   [[ $1 == cerrno || $1 == *[./]* ]] || return 0
   case $1:$file in
     stdint.h:client/* | stddef.h:client/*) [[ $file == $public_header ]] && return ;;
-    CLI/*:tools/* | benchmark/*:bench/* | *:tools/posix/* | *:tools/win32/*) return ;;
-    *:bench/versus/*) return ;; # the peers stand on the system itself
+    CLI/*:tools/* | *:tools/posix/* | *:tools/win32/*) return ;;
+    *:bench/*) return ;; # what measures, and the peers, stand on the system itself
     # A host's own event loop, and hosts with windows of the system.
     poll.h:examples/* | windows.h:examples/win32_*.cpp) return ;;
   esac
