@@ -57,11 +57,16 @@ Socket Socket::Connect(std::uint16_t port) {
   return result;
 }
 
-Socket Socket::Listen() {
+Socket Socket::Bind() {
   Socket result(NewSocket());
   const sockaddr_in address = Loopback(0);
   const auto* const generic = reinterpret_cast<const sockaddr*>(&address);
   Checked(::bind(result.Get(), generic, sizeof address), "bind");
+  return result;
+}
+
+Socket Socket::Listen() {
+  Socket result = Bind();
   Checked(::listen(result.Get(), SOMAXCONN), "listen");
   return result;
 }

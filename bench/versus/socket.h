@@ -19,6 +19,8 @@ class Socket {
   Socket& operator=(Socket&&) = delete;
 
   static Socket Connect(std::uint16_t port);
+  // Bound to a port that the system chooses; nobody listens there yet.
+  static Socket Bind();
   static Socket Listen();
   Socket Accept() const;
 
