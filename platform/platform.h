@@ -31,6 +31,9 @@ void NameCurrentThread(const char* name);
 
 void SleepMs(std::uint32_t milliseconds);
 
+// Lets other threads that wait for this core run first.
+void YieldThread();
+
 // Re-entrant: its holder may lock again and must unlock as often.
 class Mutex {
  public:
@@ -61,7 +64,7 @@ class Event {
   bool Wait(std::uint32_t milliseconds);
 
  private:
-  alignas(8) unsigned char m_storage[112];
+  alignas(8) unsigned char m_storage[16];
 };
 
 // While it lives, this thread may write to a pipe whose reader is gone: the write fails, and no
@@ -91,6 +94,10 @@ std::uint32_t TickCount();
 
 // Tests replace the counter behind TickCount; null brings the system's own back.
 void SetTickCounter(std::uint32_t (*counter)());
+
+// Wall clock: whole seconds since 1970-01-01 00:00 UTC, perhaps some milliseconds late. Costs next
+// to nothing.
+std::int64_t WallClockSeconds();
 
 // Wall clock: seconds since 1970-01-01 00:00 UTC and the milliseconds of that second.
 void GetWallClock(std::int64_t* seconds, std::uint16_t* milliseconds);

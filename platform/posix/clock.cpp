@@ -12,6 +12,12 @@ std::uint32_t backend::TickCount() {
   return static_cast<std::uint32_t>(milliseconds);
 }
 
+std::int64_t WallClockSeconds() {
+  timespec now;
+  clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  return now.tv_sec;
+}
+
 void GetWallClock(std::int64_t* seconds, std::uint16_t* milliseconds) {
   timespec now;
   clock_gettime(CLOCK_REALTIME, &now);

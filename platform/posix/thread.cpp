@@ -1,14 +1,17 @@
 #include <pthread.h>
+#include <sched.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <memory>
 #include <new>
 
 #include "platform/platform.h"
+#include "platform/posix/futex.h"
 #include "platform/posix/monotonic.h"
 
 namespace platform {
@@ -48,10 +51,8 @@ pthread_mutex_t* AsMutex(unsigned char* storage) {
 }
 
 struct EventState {
-  pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-  pthread_cond_t condition;
-  bool signalled = false;
-  int waiters = 0;
+  std::atomic<std::uint32_t> signalled{0};
+  std::atomic<std::uint32_t> waiters{0};
 };
 
 EventState* AsEvent(unsigned char* storage) {
@@ -91,6 +92,10 @@ void SleepMs(std::uint32_t milliseconds) {
   }
 }
 
+void YieldThread() {
+  sched_yield();
+}
+
 Mutex::Mutex() {
   static_assert(sizeof(pthread_mutex_t) <= sizeof m_storage && alignof(pthread_mutex_t) <= 8);
   pthread_mutexattr_t attributes;
@@ -114,43 +119,35 @@ void Mutex::Unlock() {
 
 Event::Event() {
   static_assert(sizeof(EventState) <= sizeof m_storage && alignof(EventState) <= 8);
-  auto* state = new (m_storage) EventState;
-  InitMonotonicCondition(&state->condition);
+  new (m_storage) EventState;
 }
 
-Event::~Event() {
-  auto* state = AsEvent(m_storage);
-  pthread_cond_destroy(&state->condition);
-  pthread_mutex_destroy(&state->mutex);
-}
+Event::~Event() = default;
 
+// Whoever signals looks for waiters afterwards, and a waiter counts itself before it looks for a
+// signal: one of them sees the other.
 bool Event::Set() {
   auto* state = AsEvent(m_storage);
-  pthread_mutex_lock(&state->mutex);
-  const bool wake = !state->signalled && state->waiters > 0;
-  state->signalled = true;
-  if (wake) pthread_cond_signal(&state->condition);
-  pthread_mutex_unlock(&state->mutex);
+  if (state->signalled.exchange(1) == 0 && state->waiters.load() > 0) {
+    FutexWake(state->signalled, 1);
+  }
   return true;
 }
 
 bool Event::Wait(std::uint32_t milliseconds) {
   auto* state = AsEvent(m_storage);
+  if (state->signalled.exchange(0) != 0) return true;
+  if (milliseconds == 0) return false;
   const bool limited = milliseconds != kNoLimit;
-  pthread_mutex_lock(&state->mutex);
-  if (!state->signalled && milliseconds != 0) {
-    const timespec deadline = MonotonicDeadline(limited ? milliseconds : 0);
-    ++state->waiters;
-    int result = 0;
-    while (!state->signalled && result != ETIMEDOUT) {
-      result = limited ? pthread_cond_timedwait(&state->condition, &state->mutex, &deadline)
-                       : pthread_cond_wait(&state->condition, &state->mutex);
-    }
-    --state->waiters;
+  const timespec deadline = MonotonicDeadline(limited ? milliseconds : 0);
+  ++state->waiters;
+  bool in_time = true;
+  bool signalled = false;
+  while (!signalled && in_time) {
+    in_time = FutexWait(state->signalled, 0, limited ? &deadline : nullptr);
+    signalled = state->signalled.exchange(0) != 0;
   }
-  const bool signalled = state->signalled;
-  state->signalled = false;
-  pthread_mutex_unlock(&state->mutex);
+  --state->waiters;
   return signalled;
 }
 

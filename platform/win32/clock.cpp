@@ -11,6 +11,10 @@ std::uint32_t backend::TickCount() {
   return GetTickCount();
 }
 
+std::int64_t WallClockSeconds() {
+  return _time64(nullptr);
+}
+
 void GetWallClock(std::int64_t* seconds, std::uint16_t* milliseconds) {
   struct __timeb64 now;
   _ftime64(&now);

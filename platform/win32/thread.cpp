@@ -65,6 +65,10 @@ void SleepMs(std::uint32_t milliseconds) {
   Sleep(milliseconds);
 }
 
+void YieldThread() {
+  SwitchToThread();
+}
+
 Mutex::Mutex() {
   static_assert(sizeof(CRITICAL_SECTION) <= sizeof m_storage && alignof(CRITICAL_SECTION) <= 8);
   InitializeCriticalSection(new (m_storage) CRITICAL_SECTION);

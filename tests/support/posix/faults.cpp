@@ -70,7 +70,8 @@ HOOK int clock_gettime(clockid_t clock, timespec* now) noexcept {
   static std::atomic<int (*)(clockid_t, timespec*)> next{nullptr};
   if (next.load() == nullptr) next = NEXT(clock_gettime);
   const int result = next.load()(clock, now);
-  if (result == 0 && clock == CLOCK_REALTIME) now->tv_sec += ClockShift::s_wall;
+  if (result == 0 && (clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE))
+    now->tv_sec += ClockShift::s_wall;
   if (result == 0 && clock == CLOCK_BOOTTIME) now->tv_sec += ClockShift::s_slept;
   return result;
 }
