@@ -50,10 +50,14 @@ void CFTSubQueues::AppendAll(const std::string& key, std::int32_t weight,
   SubQueue* const sub_queue = Open(key, weight);
   const auto quits = std::count_if(msgs->begin(), msgs->end(),
                                    [](const FTMsg& msg) { return msg.id == FTMSG_QUIT; });
-  sub_queue->messages.insert(sub_queue->messages.end(), std::make_move_iterator(msgs->begin()),
-                             std::make_move_iterator(msgs->end()));
   sub_queue->quits += static_cast<std::int32_t>(quits);
   m_pending += static_cast<std::int32_t>(msgs->size());
+  if (sub_queue->messages.empty()) {
+    sub_queue->messages.swap(*msgs);
+    return;
+  }
+  sub_queue->messages.insert(sub_queue->messages.end(), std::make_move_iterator(msgs->begin()),
+                             std::make_move_iterator(msgs->end()));
   msgs->clear();
 }
 

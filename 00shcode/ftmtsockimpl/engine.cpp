@@ -124,7 +124,7 @@ void CFTMtSockImpl::OnMsg(FTMsg& msg, std::int32_t draining) {
     CloseHere(*link_id, mode);
   } else if (msg.id == FTMSG_TIMER && msg.param1 == TIMER_REAP_LINKS) {
     ReapLinks();
-    ft::FreeUnusedSizes();
+    ft::TidyIdleBlocks();
     SetTimerAgain(msg);
   } else if (msg.id == FTMSG_TIMER && msg.param1 == TIMER_DUE_CONNECTS) {
     ReleaseDueConnects();

@@ -3,16 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-namespace {
-
-FTBufferPtr CopyPkg(const unsigned char* data, std::int32_t length) {
-  FTBufferPtr package = CFTBuffer::Make(static_cast<std::uint32_t>(length));
-  package->Append(data, length);
-  return package;
-}
-
-}  // namespace
-
 CFTPkgCutter::CFTPkgCutter(LengthRule length_rule)
     : m_length_rule(std::move(length_rule)), m_ahead(kAheadBytes) {}
 
@@ -73,7 +63,7 @@ CFTPkgCutter::Result CFTPkgCutter::CutWindow(std::int32_t max_pkg_len, Pass* pas
       return length < 0 ? Result::kProtocolError : Result::kTooBig;
     }
     if (length == 0 || length > window_bytes - used) break;
-    packages->push_back(CopyPkg(window + used, length));
+    packages->push_back(CFTBuffer::MakeCopy(window + used, length));
     ++pass->cut;
     used += length;
   }
@@ -116,7 +106,7 @@ void CFTPkgCutter::FinishLong(std::int32_t length, std::vector<FTBufferPtr>* pac
     packages->push_back(std::move(assembled));
     return;
   }
-  packages->push_back(CopyPkg(assembled->GetData(), length));
+  packages->push_back(CFTBuffer::MakeCopy(assembled->GetData(), length));
   PutBackInFront(assembled->GetData() + length, left);
 }
 

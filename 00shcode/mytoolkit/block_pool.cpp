@@ -1,12 +1,14 @@
 #include "00shcode/mytoolkit/block_pool.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <new>
 #include <utility>
 
-#include "00shcode/mytoolkit/lock.h"
+#include "platform/platform.h"
 
 namespace {
 
@@ -17,17 +19,19 @@ constexpr bool kReuses = false;
 constexpr bool kReuses = true;
 #endif
 
-// In front of every block.
+// A block and what stands in front of it. The link lies in the block's own memory.
 struct alignas(8) Block {
-  Block* next;
   std::uint32_t size_class;
+  alignas(8) Block* next;
 };
 
-constexpr std::size_t kStep = 64;     // of small sizes
+constexpr std::size_t kFront = offsetof(Block, next);
+constexpr std::size_t kStep = 16;     // of small sizes
 constexpr std::size_t kSmall = 1024;  // above it there are four sizes to a doubling
 constexpr std::size_t kLargest = std::size_t{8} << 20;
 constexpr std::size_t kMostIdle = std::size_t{4} << 20;  // bytes of one size that may wait
-constexpr std::uint32_t kClasses = 17 + 4 * 13;
+constexpr std::uint32_t kSmallClasses = kSmall / kStep;
+constexpr std::uint32_t kClasses = 1 + kSmallClasses + 4 * 13;
 constexpr std::uint32_t kUnpooled = kClasses;
 
 std::uint32_t ClassOf(std::size_t bytes) {
@@ -36,13 +40,14 @@ std::uint32_t ClassOf(std::size_t bytes) {
   std::uint32_t doublings = 0;
   while ((bytes - 1) >> doublings >= 2 * kSmall) ++doublings;
   const std::size_t quarter = (kSmall << doublings) / 4;
-  return static_cast<std::uint32_t>(16 + 4 * doublings + (bytes + quarter - 1) / quarter - 4);
+  return static_cast<std::uint32_t>(kSmallClasses + 4 * doublings +
+                                    (bytes + quarter - 1) / quarter - 4);
 }
 
 std::size_t SizeOf(std::uint32_t size_class) {
-  if (size_class <= 16) return size_class * kStep;
-  const std::uint32_t doublings = (size_class - 17) / 4;
-  return (kSmall << doublings) / 4 * (5 + (size_class - 17) % 4);
+  if (size_class <= kSmallClasses) return size_class * kStep;
+  const std::uint32_t above = size_class - kSmallClasses - 1;
+  return (kSmall << above / 4) / 4 * (5 + above % 4);
 }
 
 void FreeAll(Block* block) {
@@ -61,41 +66,56 @@ class alignas(64) BlockStack {
                                             std::memory_order_relaxed));
   }
 
-  // Null when there is none.
-  Block* TakeOne(std::size_t bytes) {
-    const CFTScopedLock guard(&m_lock);
+  // Null when there is none, or when somebody else is just taking one: the heap is faster than to
+  // wait.
+  Block* TakeOne() {
+    if (m_busy.exchange(true, std::memory_order_acquire)) return nullptr;
     m_used = true;
-    if (m_stock == nullptr) m_stock = TakeFreed(kMostIdle / bytes + 1);
+    if (m_stock == nullptr) m_stock = m_freed.exchange(nullptr, std::memory_order_acquire);
     Block* const block = m_stock;
-    if (block != nullptr) m_stock = block->next;
+    if (block != nullptr) {
+      m_stock = block->next;
+      __builtin_prefetch(m_stock, 1);  // another core wrote it last
+    }
+    Leave();
     return block;
   }
 
-  void Empty(bool used_too) {
-    Block* stock = nullptr;
-    {
-      const CFTScopedLock guard(&m_lock);
-      if (std::exchange(m_used, false) && !used_too) return;
-      stock = std::exchange(m_stock, nullptr);
-    }
+  // Gives back what is more than so many blocks, or all when none was taken since the last call.
+  void Tidy(std::size_t most) {
+    Enter();
+    const bool used = std::exchange(m_used, false);
+    Block* const surplus = used ? CutStock(most) : nullptr;
+    Leave();
+    FreeAll(surplus);
+    if (!used) Empty();
+  }
+
+  void Empty() {
+    Enter();
+    Block* const stock = std::exchange(m_stock, nullptr);
+    Leave();
     FreeAll(stock);
     FreeAll(m_freed.exchange(nullptr, std::memory_order_acquire));
   }
 
  private:
-  // What is too much goes back to the system.
-  Block* TakeFreed(std::size_t most) {
-    Block* const first = m_freed.exchange(nullptr, std::memory_order_acquire);
-    Block* last = first;
+  void Enter() {
+    while (m_busy.exchange(true, std::memory_order_acquire)) platform::YieldThread();
+  }
+  void Leave() { m_busy.store(false, std::memory_order_release); }
+
+  Block* CutStock(std::size_t most) {
+    Block* last = m_stock;
     for (std::size_t i = 1; i < most && last != nullptr; ++i) last = last->next;
-    if (last != nullptr) FreeAll(std::exchange(last->next, nullptr));
-    return first;
+    return last == nullptr ? nullptr : std::exchange(last->next, nullptr);
   }
 
   std::atomic<Block*> m_freed{nullptr};
-  alignas(64) CFTLock m_lock;
-  Block* m_stock FT_GUARDED_BY(m_lock) = nullptr;
-  bool m_used FT_GUARDED_BY(m_lock) = false;
+  // Whoever sets it has what follows to itself, for a few instructions.
+  alignas(64) std::atomic<bool> m_busy{false};
+  Block* m_stock = nullptr;
+  bool m_used = false;
 };
 
 // Never destroyed: bodies may come back after main.
@@ -105,31 +125,25 @@ BlockStack* Stacks() {
 }
 
 Block* NewBlock(std::size_t bytes, std::uint32_t size_class) {
-  auto* const block = static_cast<Block*>(std::malloc(sizeof(Block) + bytes));
+  auto* const block = static_cast<Block*>(std::malloc(kFront + std::max(bytes, sizeof(Block*))));
   if (block == nullptr) throw std::bad_alloc();
   block->size_class = size_class;
   return block;
-}
-
-void EmptyAll(bool used_too) {
-  for (std::uint32_t size_class = 0; size_class < kClasses; ++size_class) {
-    Stacks()[size_class].Empty(used_too);
-  }
 }
 
 }  // namespace
 
 void* ft::AllocBlock(std::size_t bytes) {
   const std::uint32_t size_class = kReuses ? ClassOf(bytes) : kUnpooled;
-  if (size_class == kUnpooled) return NewBlock(bytes, size_class) + 1;
+  if (size_class == kUnpooled) return &NewBlock(bytes, size_class)->next;
   const std::size_t size = SizeOf(size_class);
-  Block* const block = Stacks()[size_class].TakeOne(size);
-  return (block != nullptr ? block : NewBlock(size, size_class)) + 1;
+  Block* const block = Stacks()[size_class].TakeOne();
+  return &(block != nullptr ? block : NewBlock(size, size_class))->next;
 }
 
 void ft::FreeBlock(void* memory) noexcept {
   if (memory == nullptr) return;
-  Block* const block = static_cast<Block*>(memory) - 1;
+  auto* const block = reinterpret_cast<Block*>(static_cast<char*>(memory) - kFront);
   if (block->size_class == kUnpooled) {
     std::free(block);
   } else {
@@ -138,9 +152,13 @@ void ft::FreeBlock(void* memory) noexcept {
 }
 
 void ft::FreeIdleBlocks() noexcept {
-  EmptyAll(true);
+  for (std::uint32_t size_class = 0; size_class < kClasses; ++size_class) {
+    Stacks()[size_class].Empty();
+  }
 }
 
-void ft::FreeUnusedSizes() noexcept {
-  EmptyAll(false);
+void ft::TidyIdleBlocks() noexcept {
+  for (std::uint32_t size_class = 0; size_class < kClasses; ++size_class) {
+    Stacks()[size_class].Tidy(kMostIdle / (kFront + SizeOf(size_class)) + 1);
+  }
 }

@@ -12,9 +12,11 @@ void* AllocBlock(std::size_t bytes);
 // Any thread, and at any time, after main too. Null is ignored. Never blocks.
 void FreeBlock(void* block) noexcept;
 
-// Give the blocks that wait back to the system: all, or those of sizes that nobody has asked for
-// since the last call. Any thread.
+// Gives all blocks that wait back to the system. Any thread.
 void FreeIdleBlocks() noexcept;
-void FreeUnusedSizes() noexcept;
+
+// Gives back those of sizes that nobody has asked for since the last call, and of each other size
+// what is more than 4 MiB. Any thread; to be called every few seconds.
+void TidyIdleBlocks() noexcept;
 
 }  // namespace ft

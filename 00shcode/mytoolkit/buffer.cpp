@@ -26,6 +26,14 @@ FTBufferPtr CFTBuffer::Make(std::uint32_t capacity) {
   return FTBufferPtr(::new (block) CFTBuffer(InPlace{capacity}));
 }
 
+FTBufferPtr CFTBuffer::MakeCopy(const void* data, std::int32_t n) {
+  FTBufferPtr copy = Make(static_cast<std::uint32_t>(n));
+  std::memcpy(copy->m_write, data, static_cast<std::size_t>(n));
+  copy->m_write += n;
+  copy->Terminate(0);
+  return copy;
+}
+
 char* CFTBuffer::IntoBody(FTBufferPtr buffer, std::int32_t offset) {
   char* const data = reinterpret_cast<char*>(buffer->m_read) + offset;
   if (data == reinterpret_cast<char*>(buffer.get()) + kBodyInBlock) {

@@ -15,6 +15,9 @@ class CFTBuffer {
   // A buffer in one piece with its storage.
   static std::unique_ptr<CFTBuffer> Make(std::uint32_t capacity);
 
+  // The same, holding a copy of so many bytes.
+  static std::unique_ptr<CFTBuffer> MakeCopy(const void* data, std::int32_t n);
+
   // Ends the buffer. Its stored bytes from the offset on become an array, which ft::FreeBody
   // releases. Nothing is copied when the buffer came from Make, nothing was consumed, and the
   // offset is kBodyOffset.
