@@ -58,8 +58,9 @@ class FTCLIENT_API CClientDataSource {
   int IsOnline();
 
   // Sends one request; the data are copied. Does not block on the network. 0: handed on, or no
-  // client runs; -1: there is neither a link nor an attempt to open one, or length is above
-  // 2^31 - 13. A request made before the link is up is lost. One that is not answered within 8 to
+  // client runs; -1: there is neither a link nor an attempt to open one, length is above 2^31 - 13,
+  // or the server has left more than 800,000,000 bytes unread (400,000,000 in a 32-bit process).
+  // A request made before the link is up is lost. One that is not answered within 8 to
   // 11 seconds ends the link.
   int AskData(const char* data, unsigned int length);
 

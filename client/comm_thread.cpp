@@ -21,7 +21,7 @@ constexpr std::size_t kMostPostedTogether = 256;
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
 std::int32_t WallClockSeconds() {
-  return static_cast<std::int32_t>(ft::GetNowTime().seconds);
+  return static_cast<std::int32_t>(platform::WallClockSeconds());
 }
 
 // Wraps like the seconds themselves do.
@@ -62,14 +62,14 @@ std::int32_t CClientCommThread::IsOnline() {
 
 std::int32_t CClientCommThread::SendRequest(const char* body, std::int32_t body_len) {
   if (body_len < 0 || body_len > ft::kMaxBodyLen) return -1;
-  FTBufferPtr package = CFTBuffer::Make(static_cast<std::uint32_t>(ft::kPkgHeadLen + body_len));
-  ft::EncodePkg(package.get(), body, body_len);
+  unsigned char head[ft::kPkgHeadLen];
+  const platform::ConstBytePiece pieces[] = {{head, ft::kPkgHeadLen}, {body, body_len}};
+  const int piece_count = ft::EncodeHead(head, body, body_len) == 0 ? 2 : 0;
   const CFTAutoLock guard(&m_link_lock, CFTRwLock::kRead);
-  if (m_link_id.empty()) return -1;
+  if (m_link_id.empty() || GetQueuedSendBytes() > kMostQueuedBytes) return -1;
   // Before the package is on its way: its answer ends the wait.
   m_reply_wait_start.store(WallClockSeconds(), kRelaxed);
-  SendPkg(m_link_id, package.release(), &ReleaseFTBuffer, FTSendMode::kForced,
-          FTOnRefusal::kRelease, kRequestPriority);
+  SendCopy(m_link_id, pieces, piece_count, FTSendMode::kForced, kRequestPriority);
   return 0;
 }
 

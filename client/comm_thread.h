@@ -34,9 +34,12 @@ class CClientCommThread : public CFTBaseSockIf {
   // 1 while the current link is up, else 0.
   std::int32_t IsOnline();
 
+  // Requests are refused while more waits to be sent.
+  static constexpr std::int64_t kMostQueuedBytes = sizeof(void*) > 4 ? 800000000 : 400000000;
+
   // Sends a copy of the body and starts the wait for a reply. 0, also while the link is only being
-  // opened (the request is then lost) and for a null body (nothing is sent); -1 without a link, or
-  // for a length that cannot be.
+  // opened (the request is then lost) and for a null body (nothing is sent); -1 without a link, for
+  // a length that cannot be, or when the server has left too much unread.
   std::int32_t SendRequest(const char* body, std::int32_t body_len);
 
   // The current link's; empty without one. It stays until everything received on the link has been

@@ -27,13 +27,18 @@ std::uint32_t LoadBigEndian(const unsigned char* bytes) {
 
 }  // namespace
 
-std::int32_t ft::EncodePkg(CFTBuffer* buffer, const void* body, std::int32_t body_len) {
-  if (buffer == nullptr || body == nullptr) return -1;
-  if (body_len < 0 || body_len > ft::kMaxBodyLen) return -1;
-  unsigned char head[ft::kPkgHeadLen];
+std::int32_t ft::EncodeHead(unsigned char head[kPkgHeadLen], const void* body,
+                            std::int32_t body_len) {
+  if (body == nullptr || body_len < 0 || body_len > ft::kMaxBodyLen) return -1;
   std::memcpy(head, kMark, sizeof kMark);
   StoreBigEndian(static_cast<std::uint32_t>(body_len), head + kBodyLenOffset);
   ft::CalcCheckSum(head + kCheckSumOffset, body, body_len);
+  return 0;
+}
+
+std::int32_t ft::EncodePkg(CFTBuffer* buffer, const void* body, std::int32_t body_len) {
+  unsigned char head[ft::kPkgHeadLen];
+  if (buffer == nullptr || ft::EncodeHead(head, body, body_len) != 0) return -1;
   buffer->Reserve(ft::kPkgHeadLen + body_len);
   buffer->Append(head, ft::kPkgHeadLen);
   buffer->Append(body, body_len);

@@ -17,6 +17,10 @@ namespace ft {
 constexpr std::int32_t kPkgHeadLen = 12;
 constexpr std::int32_t kMaxBodyLen = INT32_MAX - kPkgHeadLen;
 
+// The header of the package with this body: 0, or -1 with nothing written when the body is null or
+// the length is negative or above kMaxBodyLen.
+std::int32_t EncodeHead(unsigned char head[kPkgHeadLen], const void* body, std::int32_t body_len);
+
 // Appends one package to the buffer. 0, or -1 with nothing appended when a pointer is null or the
 // length is negative or above kMaxBodyLen.
 std::int32_t EncodePkg(CFTBuffer* buffer, const void* body, std::int32_t body_len);

@@ -71,6 +71,16 @@ std::int32_t CFTBaseSockIf::SendPkg(const std::string& link_id, CFTBuffer* pkg,
   return m_engine->SendPkg(link_id, pkg, release, mode, on_refusal, priority);
 }
 
+std::int32_t CFTBaseSockIf::SendCopy(const std::string& link_id,
+                                     const platform::ConstBytePiece* pieces, int count,
+                                     FTSendMode mode, std::int32_t priority) {
+  return m_engine->SendCopy(link_id, pieces, count, mode, priority);
+}
+
+std::int64_t CFTBaseSockIf::GetQueuedSendBytes() const {
+  return m_engine->State().queued_send_bytes.load(std::memory_order_relaxed);
+}
+
 void CFTBaseSockIf::CloseLink(const std::string& link_id, FTCloseMode mode) {
   if (IsRunning() != 0) m_engine->CloseLink(link_id, mode);
 }

@@ -49,6 +49,14 @@ class CFTBaseSockIf : public CFTSockIfContract {
   std::int32_t SendPkg(const std::string& link_id, CFTBuffer* pkg, FTReleaseFunction release,
                        FTSendMode mode, FTOnRefusal on_refusal, std::int32_t priority);
 
+  // The same for a copy of a package, which is given in pieces; small packages travel together in
+  // one buffer. Whatever the result, the pieces stay the caller's.
+  std::int32_t SendCopy(const std::string& link_id, const platform::ConstBytePiece* pieces,
+                        int count, FTSendMode mode, std::int32_t priority);
+
+  // Bytes accepted for any link and not yet sent.
+  std::int64_t GetQueuedSendBytes() const;
+
   // Closes a link, a pending or scheduled connect, or a listening socket. Nothing happens for other
   // ids or when the thread is not running.
   void CloseLink(const std::string& link_id, FTCloseMode mode);

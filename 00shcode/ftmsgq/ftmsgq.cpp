@@ -149,6 +149,7 @@ void CFTMsgQ::CollectMsgs(std::int32_t wait_ms) {
   m_next = 0;
   const FTTime now = ft::GetTickTime();
   wait_ms = CollectTimers(now, wait_ms);
+  if (m_batch.empty() && wait_ms != 0 && IsQueueEmpty()) m_yield.Try();
   const CFTScopedLock guard(&m_queue_lock);
   if (m_batch.empty() && m_sub_queues.GetPendingCount() == 0 && wait_ms != 0) {
     SleepUntilPosted(wait_ms);
@@ -158,6 +159,11 @@ void CFTMsgQ::CollectMsgs(std::int32_t wait_ms) {
     m_last_sweep = now;
     m_sub_queues.Sweep();
   }
+}
+
+bool CFTMsgQ::IsQueueEmpty() {
+  const CFTScopedLock guard(&m_queue_lock);
+  return m_sub_queues.GetPendingCount() == 0;
 }
 
 void CFTMsgQ::SleepUntilPosted(std::int32_t wait_ms) {

@@ -11,6 +11,7 @@
 #include "00shcode/ftmsgq/timer_list.h"
 #include "00shcode/mytoolkit/event.h"
 #include "00shcode/mytoolkit/thread.h"
+#include "platform/adaptive_yield.h"
 
 // A thread that handles messages. Any thread posts; the object's own thread collects posted
 // messages and due timers in cycles and hands each to OnMsg. Within one sub-queue messages are
@@ -80,6 +81,7 @@ class CFTMsgQ : public CMyThread {
   bool ProcessMsgs(std::int32_t draining, std::int32_t wait_ms);
   void CollectMsgs(std::int32_t wait_ms);
   std::int32_t CollectTimers(const FTTime& now, std::int32_t wait_ms);
+  bool IsQueueEmpty();
   void SleepUntilPosted(std::int32_t wait_ms) FT_REQUIRES(m_queue_lock);
   void WakeIf(bool asleep);
 
@@ -90,6 +92,7 @@ class CFTMsgQ : public CMyThread {
 
   // This thread's alone: the cycle under way.
   bool m_idle = true;
+  platform::AdaptiveYield m_yield;
   std::vector<FTMsg> m_batch;
   std::size_t m_next = 0;  // in m_batch: the first message that nobody has handled
 

@@ -16,6 +16,7 @@ namespace {
 constexpr std::int32_t kIdleWaitMs = 200;
 constexpr std::int32_t kReapIntervalMs = 5000;
 constexpr std::int32_t kDueConnectsIntervalMs = 1000;
+constexpr std::int32_t kMostCopiedInLock = 16384;  // bytes
 
 void StopAndJoin(CMyThread* thread) {
   thread->StopThread();
@@ -52,7 +53,9 @@ std::int32_t CFTMtSockImpl::SendPkg(const std::string& link_id, CFTBuffer* pkg,
   if (pkg == nullptr) return kSendNoLink;
   const bool releases = on_refusal == FTOnRefusal::kRelease && release != nullptr;
   try {
-    const std::int32_t result = QueueOnLink(link_id, pkg, release, mode, priority);
+    const std::int32_t result = QueueOnLink(link_id, mode, [&](CFTMtSockSendThrd* link) {
+      return pkg->GetDataLen() == 0 ? kSendNoLink : link->QueuePkg(pkg, release, mode, priority);
+    });
     if (result != kSendQueued && releases) release(pkg);
     return result;
   } catch (const std::bad_alloc&) {
@@ -61,17 +64,30 @@ std::int32_t CFTMtSockImpl::SendPkg(const std::string& link_id, CFTBuffer* pkg,
   }
 }
 
-std::int32_t CFTMtSockImpl::QueueOnLink(const std::string& link_id, CFTBuffer* pkg,
-                                        FTReleaseFunction release, FTSendMode mode,
-                                        std::int32_t priority) {
-  if (pkg->GetDataLen() == 0) return kSendNoLink;
+std::int32_t CFTMtSockImpl::SendCopy(const std::string& link_id,
+                                     const platform::ConstBytePiece* pieces, int count,
+                                     FTSendMode mode, std::int32_t priority) {
+  std::int32_t length = 0;
+  for (int i = 0; i < count; ++i) length += pieces[i].length;
+  if (length > kMostCopiedInLock) {
+    FTBufferPtr pkg = CFTBuffer::Make(static_cast<std::uint32_t>(length));
+    for (int i = 0; i < count; ++i) pkg->Append(pieces[i].data, pieces[i].length);
+    return SendPkg(link_id, pkg.release(), &ReleaseFTBuffer, mode, FTOnRefusal::kRelease, priority);
+  }
+  return QueueOnLink(link_id, mode, [&](CFTMtSockSendThrd* link) {
+    return length == 0 ? kSendNoLink : link->QueueCopy(pieces, count, length, mode, priority);
+  });
+}
+
+template <typename Queue>
+std::int32_t CFTMtSockImpl::QueueOnLink(const std::string& link_id, FTSendMode mode, Queue queue) {
   if (Protocol().IsRunning() == 0) return kSendNotRunning;
   const bool limited = mode == FTSendMode::kWithinLimits;
   if (limited && m_state.queued_send_bytes >= FTEngineState::kSendBacklogLimit) return kSendTooMuch;
   const CFTAutoLock guard(&m_table_lock, CFTRwLock::kRead);
   CFTMtSockOneLinkThrd* const link = FindLink(link_id);
   if (link == nullptr || !link->Link().IsAlive()) return kSendNoLink;
-  return link->SendThread().QueuePkg(pkg, release, mode, priority);
+  return queue(&link->SendThread());
 }
 
 std::int32_t CFTMtSockImpl::IsLinkUp(const std::string& link_id) {

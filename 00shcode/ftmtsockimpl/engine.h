@@ -38,6 +38,10 @@ class CFTMtSockImpl : public CFTEngineThread {
   std::int32_t SendPkg(const std::string& link_id, CFTBuffer* pkg, FTReleaseFunction release,
                        FTSendMode mode, FTOnRefusal on_refusal, std::int32_t priority);
 
+  // As CFTBaseSockIf::SendCopy.
+  std::int32_t SendCopy(const std::string& link_id, const platform::ConstBytePiece* pieces,
+                        int count, FTSendMode mode, std::int32_t priority);
+
   // 1 when the id names a live link, else 0.
   std::int32_t IsLinkUp(const std::string& link_id);
 
@@ -67,8 +71,8 @@ class CFTMtSockImpl : public CFTEngineThread {
   void ReapLinks();
   void ReleaseDueConnects();
   void StopLinks();
-  std::int32_t QueueOnLink(const std::string& link_id, CFTBuffer* pkg, FTReleaseFunction release,
-                           FTSendMode mode, std::int32_t priority);
+  template <typename Queue>
+  std::int32_t QueueOnLink(const std::string& link_id, FTSendMode mode, Queue queue);
   CFTMtSockOneLinkThrd* FindLink(const std::string& link_id) FT_REQUIRES(m_table_lock);
 
   FTEngineState m_state;

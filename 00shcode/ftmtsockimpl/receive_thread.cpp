@@ -14,6 +14,12 @@ constexpr std::int32_t kReadableWaitMs = 500;
 constexpr std::int64_t kThrottleSliceMs = 100;
 constexpr std::int64_t kThrottleBytesPerMs = 12500;
 
+std::int32_t BytesIn(const platform::BytePiece* pieces, int count) {
+  std::int32_t bytes = 0;
+  for (int i = 0; i < count; ++i) bytes += pieces[i].length;
+  return bytes;
+}
+
 }  // namespace
 
 void FTJoinAndDelete::operator()(CFTMtSockOneLinkThrd* link) const {
@@ -85,7 +91,8 @@ void CFTMtSockOneLinkThrd::OnLoop() {
   if (IsThrottled()) return;
   if (!m_read_last_pass) {
     m_last_wait_start = ft::GetTickTime();
-    if (!m_link.WaitReadable(kReadableWaitMs)) return;
+    const bool look_again = std::exchange(m_may_yield, false) && m_yield.Try();
+    if (!look_again && !m_link.WaitReadable(kReadableWaitMs)) return;
   }
   ReceiveOnce();
 }
@@ -101,13 +108,15 @@ void CFTMtSockOneLinkThrd::ReceiveOnce() {
     StopThread();
     return;
   }
-  m_read_last_pass = result > 0;
-  if (!m_read_last_pass) {
+  // What did not fill the room was all there was.
+  m_read_last_pass = received == BytesIn(spaces, space_count);
+  if (result == 0) {
     NoteBacklog({});
     return;
   }
   CountUndelivered(received);
   m_last_data = now;
+  m_may_yield = true;
   m_cutter.Commit(received);
   if (!RecvAndCut()) StopThread();
 }

@@ -57,7 +57,9 @@ class CFTMtSockOneLinkThrd : public CFTEngineThread {
   CFTLockedValue<FTTime> m_finish_time;
 
   // This thread's alone.
-  bool m_read_last_pass = true;
+  bool m_read_last_pass = true;  // and perhaps left something
+  bool m_may_yield = false;      // not yet done since the last read that got something
+  platform::AdaptiveYield m_yield;
   CFTPkgCutter m_cutter;
   std::vector<FTBufferPtr> m_packages;  // cut and not yet delivered
   std::vector<FTMsg> m_msgs;            // empty between passes; keeps its capacity

@@ -40,13 +40,26 @@ CFTMtSockSendThrd::~CFTMtSockSendThrd() {
 
 std::int32_t CFTMtSockSendThrd::QueuePkg(CFTBuffer* pkg, FTReleaseFunction release, FTSendMode mode,
                                          std::int32_t priority) {
-  const std::int32_t length = pkg->GetDataLen();
+  return Queue(pkg->GetDataLen(), mode, [=](CFTSendQueue* queue) {
+    queue->Append(priority, {pkg, release});
+  });
+}
+
+std::int32_t CFTMtSockSendThrd::QueueCopy(const platform::ConstBytePiece* pieces, int count,
+                                          std::int32_t length, FTSendMode mode,
+                                          std::int32_t priority) {
+  return Queue(length, mode,
+               [=](CFTSendQueue* queue) { queue->AppendCopy(priority, pieces, count, length); });
+}
+
+template <typename Append>
+std::int32_t CFTMtSockSendThrd::Queue(std::int32_t length, FTSendMode mode, Append append) {
   bool asleep = false;
   {
     const CFTScopedLock guard(&m_queue_lock);
     const bool limited = mode == FTSendMode::kWithinLimits && m_queue.WasUsed();
     if (limited && m_queued_bytes + length > kQueueLimit) return kSendTooMuch;
-    m_queue.Append(priority, {pkg, release});
+    append(&m_queue);
     m_queued_bytes += length;
     m_link->State().queued_send_bytes += length;
     std::swap(asleep, m_asleep);
@@ -105,7 +118,8 @@ bool CFTMtSockSendThrd::WaitUntilWritable() {
 
 // Sleeps for a while when nothing is queued.
 void CFTMtSockSendThrd::RefillSendList() {
-  if (!m_send_list.empty()) return;
+  if (!m_send_list.empty() || TakeQueued()) return;
+  if (m_yield.Try() && TakeQueued()) return;
   const CFTScopedLock guard(&m_queue_lock);
   if (m_queue.IsEmpty()) {
     m_would_block = false;
@@ -115,6 +129,12 @@ void CFTMtSockSendThrd::RefillSendList() {
     m_asleep = false;
   }
   m_queue.TakeBatch(&m_send_list);
+}
+
+bool CFTMtSockSendThrd::TakeQueued() {
+  const CFTScopedLock guard(&m_queue_lock);
+  m_queue.TakeBatch(&m_send_list);
+  return !m_send_list.empty();
 }
 
 void CFTMtSockSendThrd::WritePkgs() {

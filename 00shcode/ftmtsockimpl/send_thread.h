@@ -24,6 +24,11 @@ class CFTMtSockSendThrd : public CFTEngineThread {
   std::int32_t QueuePkg(CFTBuffer* pkg, FTReleaseFunction release, FTSendMode mode,
                         std::int32_t priority);
 
+  // Any thread. The same for a copy of the package, given in pieces of together length bytes, at
+  // most CFTSendQueue::kChunkBytes.
+  std::int32_t QueueCopy(const platform::ConstBytePiece* pieces, int count, std::int32_t length,
+                         FTSendMode mode, std::int32_t priority);
+
   // Any thread. Has the link closed once everything queued has been written.
   void CloseAfterSending();
 
@@ -34,9 +39,12 @@ class CFTMtSockSendThrd : public CFTEngineThread {
   void OnLoop() override;
 
  private:
+  template <typename Append>
+  std::int32_t Queue(std::int32_t length, FTSendMode mode, Append append);
   bool IsEverythingSent();
   bool WaitUntilWritable();
   void RefillSendList();
+  bool TakeQueued();
   void WritePkgs();
   bool WriteOnce();
   void AccountFor(std::int32_t sent);
@@ -58,5 +66,6 @@ class CFTMtSockSendThrd : public CFTEngineThread {
   // This thread's alone.
   std::deque<FTSendItem> m_send_list;  // the batch being written; its first item may be partly sent
   bool m_would_block = false;
+  platform::AdaptiveYield m_yield;
   FTTime m_last_send_activity;
 };

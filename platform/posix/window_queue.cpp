@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "platform/adaptive_yield.h"
 #include "platform/posix/descriptor.h"
 #include "platform/posix/monotonic.h"
 
@@ -15,6 +16,8 @@ namespace platform {
 namespace {
 
 constexpr std::size_t kIdleCapacity = 16384;
+
+thread_local AdaptiveYield t_yield;
 
 // Memory that a flood needed is not kept for ever.
 template <typename List>
@@ -62,6 +65,7 @@ std::size_t WindowQueue::Post(std::uint32_t window, const WindowPost* posts, std
 WindowWait WindowQueue::Wait(std::uint32_t window, WindowMessage* message, int timeout_ms) {
   WindowWait result = Take(window, message);
   if (result != WindowWait::kTimeOut || timeout_ms == 0) return result;
+  if (t_yield.Try() && (result = Take(window, message)) != WindowWait::kTimeOut) return result;
   const timespec deadline = MonotonicDeadline(static_cast<std::uint32_t>(std::max(timeout_ms, 0)));
   do {
     const bool arrived = WaitForArrival(window, timeout_ms < 0 ? nullptr : &deadline);

@@ -7,6 +7,7 @@
 #include "tests/support/client_test.h"
 #include "tests/support/clock.h"
 #include "tests/support/stderr_capture.h"
+#include "tests/support/test_protocol.h"
 
 namespace testkit {
 namespace {
@@ -32,6 +33,20 @@ TEST_F(ClientRequests, RequestsStandOnTheWireAsPackagesAndRefusedOnesLeaveNoTrac
     const Bytes package = BuildPackage(body);
     EXPECT_TRUE(peer.ReceiveExactly(package.size(), 10s) == package) << body.size() << " bytes";
   }
+}
+
+TEST_F(ClientRequests, AreRefusedWhenTheServerLeavesTooMuchUnread) {
+  ScriptedServer server;
+  const Peer peer = LinkWith(&server);
+  CClientCommThread& client = *g_pClientCommThread;
+  const std::int64_t most = CClientCommThread::kMostQueuedBytes;
+  while (client.GetQueuedSendBytes() <= most) {
+    EXPECT_EQ(Ask("asked"), 0);
+    client.SendPkg(client.GetLinkId(), NewNothing(100000000), &ReleaseFTBuffer, FTSendMode::kForced,
+                   FTOnRefusal::kRelease, 3);
+  }
+  EXPECT_EQ(Ask("too much"), -1);
+  EXPECT_EQ(m_client.IsOnline(), 1);
 }
 
 TEST_F(ClientRequests, AnswersAreDeliveredInOrderWithTheirLengths) {

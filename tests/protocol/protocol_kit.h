@@ -51,11 +51,4 @@ inline void ExpectRefused(TestProtocol& protocol, const std::string& id, const B
   }
 }
 
-// A package of this length whose bytes do not matter: its memory is never written to.
-inline CFTBuffer* NewNothing(std::int32_t length) {
-  auto buffer = std::make_unique<CFTBuffer>(static_cast<std::uint32_t>(length));
-  buffer->CommitWrite(length);
-  return buffer.release();
-}
-
 }  // namespace testkit

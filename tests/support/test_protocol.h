@@ -14,6 +14,13 @@ inline CFTBuffer* NewBuffer(const Bytes& bytes) {
   return buffer.release();
 }
 
+// A package of this length whose bytes do not matter: its memory is never written to.
+inline CFTBuffer* NewNothing(std::int32_t length) {
+  auto buffer = std::make_unique<CFTBuffer>(static_cast<std::uint32_t>(length));
+  buffer->CommitWrite(length);
+  return buffer.release();
+}
+
 // A release function for SendPkg that counts its calls since the counter was made. One at a time.
 class ReleaseCounter {
  public:

@@ -274,13 +274,18 @@ constexpr std::int32_t kFull = 12500000;  // bytes that make a batch
 struct Package {
   char name;
   std::int32_t priority;
-  std::int32_t size = 10;
+  std::int32_t size = 10;  // 1: copied
 };
 
 // The names in all the batches that it takes to empty the queue, each batch ended by a stroke.
 std::string Batches(CFTSendQueue* queue, const std::vector<Package>& packages) {
   std::deque<CFTBuffer> buffers;
   for (const Package& package : packages) {
+    const platform::ConstBytePiece name{&package.name, 1};
+    if (package.size == 1) {
+      queue->AppendCopy(package.priority, &name, 1, 1);
+      continue;
+    }
     CFTBuffer& buffer = buffers.emplace_back(static_cast<std::uint32_t>(package.size));
     *buffer.GetWritePos() = static_cast<unsigned char>(package.name);
     buffer.CommitWrite(package.size);
@@ -291,7 +296,12 @@ std::string Batches(CFTSendQueue* queue, const std::vector<Package>& packages) {
     std::deque<FTSendItem> batch;
     queue->TakeBatch(&batch);
     if (batch.empty()) return batches + "nothing";
-    for (const FTSendItem& item : batch) batches += static_cast<char>(*item.buffer->GetData());
+    for (const FTSendItem& item : batch) {
+      const auto* const data = reinterpret_cast<const char*>(item.buffer->GetData());
+      const bool chunk = item.release != nullptr;
+      batches.append(data, chunk ? static_cast<std::size_t>(item.buffer->GetDataLen()) : 1);
+      item.Release();
+    }
     batches += '|';
   }
   return batches;
@@ -299,8 +309,9 @@ std::string Batches(CFTSendQueue* queue, const std::vector<Package>& packages) {
 
 TEST(SendQueue, BatchesFollowThePrioritiesAndTheLimit) {
   const std::tuple<const char*, std::vector<Package>, const char*> cases[] = {
-      {"the limit itself fills a batch", {{'a', 1, kFull}, {'b', 1, 1}}, "a|b|"},
-      {"one byte less does not", {{'a', 1, kFull - 1}, {'b', 2, 1}, {'c', 2, 1}}, "ab|c|"},
+      {"the limit itself fills a batch", {{'a', 1, kFull}, {'b', 1}}, "a|b|"},
+      {"one byte less does not", {{'a', 1, kFull - 1}, {'b', 2}, {'c', 2}}, "ab|c|"},
+      {"copies keep their place", {{'a', 2, 1}, {'b', 2, 1}, {'C', 2}, {'d', 2, 1}}, "abCd|"},
       {"a package of a batch waits for higher priorities alone, and nothing overtakes it",
        {{'a', 1}, {'b', 2}, {'C', 2, kFull}, {'d', 2}, {'e', 3}},
        "ab|C|de|"},
