@@ -28,13 +28,14 @@ std::unique_ptr<FTLinkInfo> CFTConnectSchedule::Take(const std::string& link_id)
   return link;
 }
 
-std::unique_ptr<FTLinkInfo> CFTConnectSchedule::TakeDue(const FTTime& now) {
+void CFTConnectSchedule::StartDue(const FTTime& now, const Start& start) {
   const CFTScopedLock guard(&m_lock);
-  for (auto entry = m_entries.begin(); entry != m_entries.end(); ++entry) {
-    if (!IsOver(now, entry->second.stamp, entry->second.delay_sec)) continue;
-    auto link = std::move(entry->second.link);
-    m_entries.erase(entry);
-    return link;
+  for (auto entry = m_entries.begin(); entry != m_entries.end();) {
+    if (!IsOver(now, entry->second.stamp, entry->second.delay_sec)) {
+      ++entry;
+      continue;
+    }
+    start(std::move(entry->second.link));
+    entry = m_entries.erase(entry);
   }
-  return nullptr;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -12,6 +13,8 @@
 // Connects that are to start later, by link id. Any thread.
 class CFTConnectSchedule {
  public:
+  using Start = std::function<void(std::unique_ptr<FTLinkInfo>)>;
+
   // Gives the record back when its id is scheduled already; null: taken.
   std::unique_ptr<FTLinkInfo> Add(std::unique_ptr<FTLinkInfo> link, std::int32_t delay_sec,
                                   const FTTime& now);
@@ -19,8 +22,9 @@ class CFTConnectSchedule {
   // Null when the id is not scheduled.
   std::unique_ptr<FTLinkInfo> Take(const std::string& link_id);
 
-  // The first one, by link id, whose delay is over; null when there is none.
-  std::unique_ptr<FTLinkInfo> TakeDue(const FTTime& now);
+  // Calls start for each whose delay is over, in the order of their ids, under the lock: a connect
+  // that Take no longer finds has been started.
+  void StartDue(const FTTime& now, const Start& start);
 
  private:
   struct Entry {

@@ -109,7 +109,9 @@ void CFTMtSockImpl::AddListener(FTListenerPtr listener) {
   m_listener->Post("", 1, FTAddListenMsg::Make(std::move(listener)));
 }
 
+// The schedule first: a connect that has left it is in the connector's queue, ahead of the request.
 void CFTMtSockImpl::CloseLink(const std::string& link_id, FTCloseMode mode) {
+  if (auto scheduled = m_schedule.Take(link_id)) ReportFailure(std::move(scheduled));
   m_listener->Post("", 1, FTCloseLinkMsg::Make(std::make_unique<std::string>(link_id), mode));
 }
 
@@ -185,7 +187,6 @@ void CFTMtSockImpl::ForgetUnstartedLink(const FTLinkInfo& info) {
 }
 
 void CFTMtSockImpl::CloseHere(const std::string& link_id, FTCloseMode mode) {
-  if (auto scheduled = m_schedule.Take(link_id)) ReportFailure(std::move(scheduled));
   CFTMtSockOneLinkThrd* link = nullptr;
   {
     const CFTAutoLock guard(&m_table_lock, CFTRwLock::kRead);
@@ -217,10 +218,9 @@ void CFTMtSockImpl::ReapLinks() {
 }
 
 void CFTMtSockImpl::ReleaseDueConnects() {
-  const FTTime now = ft::GetTickTime();
-  while (auto due = m_schedule.TakeDue(now)) {
+  m_schedule.StartDue(ft::GetTickTime(), [this](std::unique_ptr<FTLinkInfo> due) {
     m_connector->Post("", 1, FTConnectMsg::Make(std::move(due)));
-  }
+  });
 }
 
 // Joins without the table lock: a send thread that is just making a heartbeat, or a callback on a

@@ -51,7 +51,8 @@ class CFTMtSockImpl : public CFTEngineThread {
   // Hands a bound and listening socket to the listener.
   void AddListener(FTListenerPtr listener);
 
-  // Asks listener, connector and engine in turn to close what they hold under the id.
+  // Cancels a connect that is still to start, and asks listener, connector and engine in turn to
+  // close what they hold under the id.
   void CloseLink(const std::string& link_id, FTCloseMode mode);
 
   FTEngineState& State() { return m_state; }

@@ -216,6 +216,26 @@ TEST_F(Linking, ADelayedConnectStartsOnceItsDelayIsOverUnlessItIsClosed) {
   EXPECT_TRUE(NothingHappens());
 }
 
+// Its close finds it in the schedule, on its way to the connector or there.
+TEST_F(Linking, ADelayedConnectThatIsClosedWhenItBecomesDueFailsOnce) {
+  ManualClock clock;
+  const ClosedPort refusing;
+  for (int round = 0; round < 30; ++round) {
+    std::set<std::string> ids;
+    while (ids.size() < 100)
+      ids.insert(m_protocol.Connect(refusing.Host(), refusing.Port(), 0, 0, nullptr, 0, 3));
+    for (const std::string& id : ids) {
+      clock.Advance(60);
+      m_protocol.Close(id);
+      std::this_thread::yield();
+    }
+    ASSERT_TRUE(m_protocol.Events().WaitFor(ids.size(), 10s)) << "round " << round;
+    const Ids failed = TakeFailed(ids.size());
+    EXPECT_EQ(std::set(failed.begin(), failed.end()), ids);
+  }
+  EXPECT_TRUE(NothingHappens());
+}
+
 TEST_F(Linking, ANewcomerWithTheIdOfARunningLinkIsRefused) {
   m_protocol.On().new_link_id = [] { return "SAME"; };
   auto first = m_protocol.OpenLink(m_server);

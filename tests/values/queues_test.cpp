@@ -347,9 +347,13 @@ TEST(ConnectSchedule, ReleasesALinkAfterAMonthAndRefusesAnIdTwice) {
   CFTConnectSchedule schedule;
   EXPECT_EQ(schedule.Add(std::make_unique<FTLinkInfo>(), kMonth, {100, 500}), nullptr);
   EXPECT_NE(schedule.Add(std::make_unique<FTLinkInfo>(), 0, {100, 500}), nullptr);
-  EXPECT_EQ(schedule.TakeDue({100 + kMonth, 499}), nullptr);
-  EXPECT_NE(schedule.TakeDue({99 + kMonth, 1500}), nullptr) << "milliseconds may exceed 999";
-  EXPECT_EQ(schedule.TakeDue({100 + kMonth, 500}), nullptr);
+  for (const auto& [now, started] : {std::pair(FTTime{100 + kMonth, 499}, 0),
+                                     {FTTime{99 + kMonth, 1500}, 1},  // may exceed 999
+                                     {FTTime{100 + kMonth, 500}, 0}}) {
+    int count = 0;
+    schedule.StartDue(now, [&](std::unique_ptr<FTLinkInfo>) { ++count; });
+    EXPECT_EQ(count, started);
+  }
 }
 
 }  // namespace
