@@ -55,7 +55,7 @@ class Peer {
   std::optional<Bytes> ReceiveAny(Milliseconds limit) {  // heartbeats too
     const auto deadline = Clock::now() + limit;
     std::optional<Bytes> body;
-    while (!(body = TakeBody(&m_stream)) && ReadMore(deadline)) continue;
+    while (!(body = TakeBody(m_stream, &m_taken)) && ReadMore(deadline)) continue;
     return body;
   }
   std::optional<Bytes> ReceivePackage(Milliseconds limit) {
@@ -65,11 +65,9 @@ class Peer {
   }
   std::optional<Bytes> ReceiveExactly(std::size_t count, Milliseconds limit) {
     const auto deadline = Clock::now() + limit;
-    while (m_stream.size() < count && ReadMore(deadline)) continue;
-    if (m_stream.size() < count) return std::nullopt;
-    Bytes bytes = m_stream.substr(0, count);
-    m_stream.erase(0, count);
-    return bytes;
+    while (m_stream.size() - m_taken < count && ReadMore(deadline)) continue;
+    if (m_stream.size() - m_taken < count) return std::nullopt;
+    return m_stream.substr(std::exchange(m_taken, m_taken + count), count);
   }
   // For the next so many of them; data packages are dropped.
   bool WaitForHeartbeats(std::size_t count, Milliseconds limit) {
@@ -104,6 +102,7 @@ class Peer {
     const FaultFree guard;
     if (m_end != LinkEnd::kStillOpen) return false;
     if (!WaitFor(Readiness::kReadable, m_socket, Left(deadline))) return false;
+    m_stream.erase(0, std::exchange(m_taken, 0U));  // once for all that was taken before
     Bytes piece(kMostMoved, '\0');
     const int count = Receive(m_socket, piece.data(), kMostMoved);
     if (count > 0) m_stream.append(piece, 0, static_cast<std::size_t>(count));
@@ -113,7 +112,8 @@ class Peer {
 
   Descriptor m_socket;
   LinkEnd m_end = LinkEnd::kStillOpen;
-  Bytes m_stream;  // read and not yet cut into packages
+  Bytes m_stream;           // what was read
+  std::size_t m_taken = 0;  // of it
 };
 
 }  // namespace testkit

@@ -56,14 +56,14 @@ inline bool IsHeartbeat(const Bytes& body) {
   return body.compare(0, 3, "HB\0", 3) == 0;
 }
 
-// Cuts the first package off; nothing while it is incomplete. Throws when it is malformed.
-inline std::optional<Bytes> TakeBody(Bytes* stream) {
-  const std::size_t size = kHeaderSize + BigEndianAt(*stream, 4);
-  if (stream->size() < size) return std::nullopt;
-  const Bytes package = stream->substr(0, size);
+// Cuts a package off at the position; nothing while it is incomplete. Throws when it is malformed.
+inline std::optional<Bytes> TakeBody(const Bytes& stream, std::size_t* position) {
+  const std::size_t size = kHeaderSize + BigEndianAt(stream, *position + 4);
+  if (stream.size() - *position < size) return std::nullopt;
+  const Bytes package = stream.substr(*position, size);
   Bytes body = package.substr(kHeaderSize);
   if (package != BuildPackage(body)) throw std::runtime_error("malformed package");
-  stream->erase(0, size);
+  *position += size;
   return body;
 }
 
