@@ -1,13 +1,10 @@
 #include <future>
 
-#include "client/client_slot.h"
 #include "tests/support/client_test.h"
 
-namespace testkit {
 namespace {
 
-using namespace std::chrono_literals;
-const Bytes kHeartbeatBody("HB\0", 3);
+using namespace testkit;
 
 class BalanceQuery : public ClientTest {
  protected:
@@ -98,4 +95,3 @@ TEST_F(BalanceQuery, HeartbeatsAreNoAnswer) {
 }
 
 }  // namespace
-}  // namespace testkit

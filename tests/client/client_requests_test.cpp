@@ -1,18 +1,14 @@
 // Requests and answers of one link, seen from both of its ends, and where they are delivered: to
 // the window of the moment, to none, to one that is gone.
-#include <climits>
 
-#include "client/client_slot.h"
 #include "client/comm_thread.h"
 #include "tests/support/client_test.h"
-#include "tests/support/clock.h"
 #include "tests/support/stderr_capture.h"
 #include "tests/support/test_protocol.h"
 
-namespace testkit {
 namespace {
 
-using namespace std::chrono_literals;
+using namespace testkit;
 
 constexpr std::size_t kLargestBody = 5242867;
 
@@ -26,7 +22,7 @@ TEST_F(ClientRequests, RequestsStandOnTheWireAsPackagesAndRefusedOnesLeaveNoTrac
   }
   EXPECT_EQ(m_client.AskData(nullptr, 10), 0);
   EXPECT_EQ(m_client.AskData(nullptr, 0), 0);
-  for (const Bytes& body : {Bytes("abc"), Bytes(), Bytes("HB\0", 3), PatternBody(6000000)}) {
+  for (const Bytes& body : {Bytes("abc"), Bytes(), kHeartbeatBody, PatternBody(6000000)}) {
     Bytes data = body;
     EXPECT_EQ(Ask(data), 0);
     std::fill(data.begin(), data.end(), '!');  // the data were copied
@@ -63,18 +59,17 @@ TEST_F(ClientRequests, HeartbeatsAndDamagedPackagesVanishSilentlyAndForeignMarks
   StderrCapture lines;
   ScriptedServer server;
   Peer peer = LinkWith(&server);
-  const Bytes heartbeat("HB\0", 3);
   for (const Bytes& other : {Bytes("HB"), Bytes("HBx"), Bytes(), Bytes("\0HB\0", 4)}) {
-    peer.SendPackage(heartbeat);
+    peer.SendPackage(kHeartbeatBody);
     peer.SendRaw(BuildHeader(4, CheckSum("good")) + "gOod");
     peer.SendRaw(BuildHeader(0, BigEndian(0xFFFFFFFE)));
     peer.SendRaw(BuildHeader(5, CheckSum("other"), 0xFFFFFFFF) + "other");
-    peer.SendPackage(heartbeat + "more");
+    peer.SendPackage(kHeartbeatBody + "more");
     peer.SendPackage(other);
     EXPECT_EQ(m_window.Next(5s), Package("other"));
     EXPECT_EQ(m_window.Next(5s), Package(other));
   }
-  EXPECT_EQ(peer.ReceiveExactly(15, 10s), HeartbeatPackage()) << "the client sends its own";
+  EXPECT_EQ(peer.ReceiveExactly(15, 10s), kHeartbeatPackage) << "the client sends its own";
   EXPECT_EQ(lines.Text(), "");
 }
 
@@ -93,7 +88,7 @@ TEST_F(ClientRequests, LargestBodyIsDeliveredAndLongerOnesEndTheLink) {
     EXPECT_EQ(m_window.Next(5s), LinkClosed()) << std::hex << length;
     EXPECT_NE(peer.WaitClosed(5s), LinkEnd::kStillOpen);
   }
-  EXPECT_GE(lines.LinesWith("Link down with[127.0.0.1]: Pkg is too big.").size(), 1U);
+  EXPECT_GE(lines.Count("Link down with[127.0.0.1]: Pkg is too big."), 1);
 }
 
 TEST_F(ClientRequests, RequestsOfOneThreadKeepTheirOrderWhileOthersAskAndSwitchWindows) {
@@ -162,4 +157,3 @@ TEST_F(ClientRequests, DestroyedWindowStopsNeitherTheLinkNorItsSuccessor) {
 }
 
 }  // namespace
-}  // namespace testkit

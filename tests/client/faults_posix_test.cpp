@@ -3,18 +3,13 @@
 // clock; the tests move each by itself.
 #include <fcntl.h>
 
-#include <climits>
-
 #include "00shcode/mytoolkit/clock.h"
 #include "tests/support/client_test.h"
-#include "tests/support/clock.h"
 #include "tests/support/posix/faults.h"
 
-namespace testkit {
 namespace {
 
-using namespace std::chrono_literals;
-using std::chrono::steady_clock;
+using namespace testkit;
 
 constexpr int kTooLongSec = 9;
 
@@ -134,4 +129,3 @@ TEST_F(ClientTest, AMachineThatWakesFindsASilentLinkDeadAtOnce) {
 }
 
 }  // namespace
-}  // namespace testkit

@@ -14,8 +14,6 @@
 #include "tests/support/test_protocol.h"
 
 using namespace testkit;
-using namespace std::chrono_literals;
-using std::chrono::steady_clock;
 
 static std::atomic<int> g_watched{-1};
 static std::atomic<bool> g_writing{false};
@@ -174,7 +172,7 @@ TEST(Threads, HaveTheStackAskedForAndEndBeforeTheirLoopWhenTheyCannotEnter) {
     EXPECT_LT(thread.m_bytes, 5 * bytes) << "up to four times as much is left from other threads";
   }
   const std::string line = "OnEnterThread[broken] return failed, will exit now.";
-  EXPECT_EQ(err.LinesWith(",mytoolkit.cp,2945,-2,>-1: " + line).size(), 2U) << err.Text();
+  EXPECT_EQ(err.Count(",mytoolkit.cp,2945,-2,>-1: " + line), 2) << err.Text();
 }
 
 [[noreturn]] void WriteToABrokenPipe() {

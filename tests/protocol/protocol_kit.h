@@ -9,8 +9,6 @@
 
 namespace testkit {
 
-using namespace std::chrono_literals;
-using std::chrono::steady_clock;
 using Kind = LinkEvent::Kind;
 using Lines = std::vector<std::string>;
 

@@ -2,8 +2,9 @@
 // goes out: order, limits, refusals, heartbeats and reports of room.
 #include "tests/protocol/protocol_kit.h"
 
-namespace testkit {
 namespace {
+
+using namespace testkit;
 
 constexpr std::int64_t kEngineLimit = 800000000;
 
@@ -321,4 +322,3 @@ TEST(Heartbeats, GoOutAfter15SecondsWithoutSendingWhateverTheBacklog) {
 }
 
 }  // namespace
-}  // namespace testkit

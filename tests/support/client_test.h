@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
+
+#include "client/client_slot.h"
 #include "client/clientdatasource.h"
 #include "client/ftwindow.h"
+#include "tests/support/clock.h"
 #include "tests/support/servers.h"
 
 namespace testkit {
@@ -41,9 +45,6 @@ class ClientWindow {
       if (*next == last) return true;
     }
     return false;
-  }
-  void Drain() {
-    while (Next(Milliseconds(0))) continue;
   }
 
   void Destroy() {

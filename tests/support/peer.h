@@ -36,7 +36,7 @@ class Peer {
   }
 
   void SendPackage(const Bytes& body) { SendRaw(BuildPackage(body)); }
-  void SendHeartbeat() { SendRaw(HeartbeatPackage()); }
+  void SendHeartbeat() { SendRaw(kHeartbeatPackage); }
   void SendRaw(const Bytes& bytes) {
     const FaultFree guard;
     for (std::size_t sent = 0; sent < bytes.size();) {

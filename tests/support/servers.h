@@ -62,15 +62,6 @@ class ScriptedServer : public OwnPort {
   Peer Accept(Milliseconds limit) { return TryAccept(limit).value(); }
 };
 
-// What WaitClosed tells of a link that was reset. Emulated sockets may end in order first.
-inline LinkEnd EndOfResetLinks() {
-  constexpr std::chrono::seconds kLimit(5);
-  ScriptedServer server;
-  Peer caller = Peer::Connect(server.Port(), kLimit);
-  server.Accept(kLimit).Reset();
-  return caller.WaitClosed(kLimit);
-}
-
 // Played by a thread of its own, for tests whose thread is in a blocking call. Returns heartbeats.
 class AnsweringServer : public ScriptedServer {
  public:

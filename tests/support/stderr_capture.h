@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <vector>
 
 // There in sanitizer builds only.
 extern "C" __attribute__((weak)) void __sanitizer_set_report_fd(void* fd);
@@ -33,13 +32,11 @@ class StderrCapture {
     std::getline(std::ifstream(m_file, std::ios::binary), text, '\0');
     return text;
   }
-  std::vector<std::string> LinesWith(const std::string& part) const {
-    std::vector<std::string> lines;
-    std::ifstream file(m_file, std::ios::binary);
-    for (std::string line; std::getline(file, line);) {
-      if (line.find(part) != std::string::npos) lines.push_back(line);
-    }
-    return lines;
+  int Count(const std::string& part) const {
+    int count = 0;
+    const std::string text = Text();
+    for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) ++count;
+    return count;
   }
 
  private:

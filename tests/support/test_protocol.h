@@ -189,7 +189,7 @@ class TestProtocol : public CFTBaseSockIf {
     if (m_hooks.heartbeat) m_hooks.heartbeat(*link);
     m_heartbeat_calls.Push(platform::CurrentThreadId());
     *release = &ReleaseFTBuffer;
-    return NewBuffer(HeartbeatPackage());
+    return NewBuffer(kHeartbeatPackage);
   }
   void OnLinkClosed(const FTLinkInfo* link, FTCloseReason reason) override {
     if (m_hooks.closed) m_hooks.closed(*link);

@@ -8,6 +8,8 @@
 
 namespace testkit {
 
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
 using Milliseconds = std::chrono::milliseconds;
 
 // For states that announce nothing when they change. The predicate is asked at the end too.

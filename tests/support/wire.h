@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <optional>
 #include <random>
-#include <sstream>
 #include <stdexcept>
 
 namespace testkit {
@@ -48,12 +47,12 @@ inline Bytes BuildPackage(const Bytes& body) {
   return BuildHeader(static_cast<std::uint32_t>(body.size()), CheckSum(body)) + body;
 }
 
-inline Bytes HeartbeatPackage() {
-  return Bytes("\1\0\0\0\0\0\0\3\xB7\xBD\xFF\xFFHB\0", 15);
-}
+const Bytes kHeartbeatBody("HB\0", 3);
+
+const Bytes kHeartbeatPackage("\1\0\0\0\0\0\0\3\xB7\xBD\xFF\xFFHB\0", 15);
 
 inline bool IsHeartbeat(const Bytes& body) {
-  return body.compare(0, 3, "HB\0", 3) == 0;
+  return body.compare(0, 3, kHeartbeatBody) == 0;
 }
 
 // Cuts a package off at the position; nothing while it is incomplete. Throws when it is malformed.
@@ -73,14 +72,6 @@ inline Bytes PatternBody(std::size_t size, std::uint32_t seed = 1) {
   std::minstd_rand random(seed + 1);
   for (char& byte : body) byte = static_cast<char>(random() >> 16);
   return body;
-}
-
-// "48 42 00"
-inline Bytes FromHex(const std::string& text) {
-  Bytes bytes;
-  std::istringstream numbers(text);
-  for (unsigned byte; numbers >> std::hex >> byte;) bytes += static_cast<char>(byte);
-  return bytes;
 }
 
 }  // namespace testkit

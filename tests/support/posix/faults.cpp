@@ -24,11 +24,7 @@ HOOK ssize_t sendmsg(int socket, const msghdr* original, int flags) {
   const auto limit = SocketFaults::Meet(Call::kSend);
   msghdr message = *original;
   const auto parts = Cut(&message, limit.value_or(0));
-  const ssize_t result = limit ? next(socket, &message, flags) : -1;
-  const int error = errno;
-  SocketFaults::Record({result});
-  errno = error;
-  return result;
+  return limit ? next(socket, &message, flags) : -1;
 }
 
 HOOK ssize_t recvmsg(int socket, msghdr* original, int flags) {

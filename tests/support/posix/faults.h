@@ -15,11 +15,7 @@ namespace testkit {
 
 enum class Call { kSend, kReceive, kPoll, kConnect, kAccept };
 
-struct SendCall {
-  ssize_t result;  // as the caller saw it
-};
-
-// While it lives, the library's socket calls behave as told and sends are recorded.
+// While it lives, the library's socket calls behave as told.
 class SocketFaults {
  public:
   SocketFaults() { Activate(this); }
@@ -42,24 +38,21 @@ class SocketFaults {
     for (const auto& [call, plan] : m_plans) pending += plan.failures.size();
     return pending;
   }
-  std::vector<SendCall> Sends() const {
+  std::size_t Sends() const {  // those that failed too
     const Guard guard(s_lock);
-    return m_sends;
+    return m_plans.at(Call::kSend).calls;
   }
 
   // How many bytes a call of this thread may move; nothing, and errno is set, when it fails.
   static std::optional<std::size_t> Meet(Call call) {
     const Guard guard(s_lock);
     if (s_active == nullptr || FaultFree::s_depth > 0) return SIZE_MAX;
-    auto& [failures, at_most] = s_active->m_plans[call];
+    auto& [failures, at_most, calls] = s_active->m_plans[call];
+    ++calls;
     if (failures.empty()) return at_most;
     errno = failures.front();
     failures.pop_front();
     return std::nullopt;
-  }
-  static void Record(SendCall call) {
-    const Guard guard(s_lock);
-    if (s_active != nullptr && FaultFree::s_depth == 0) s_active->m_sends.push_back(call);
   }
 
  private:
@@ -68,6 +61,7 @@ class SocketFaults {
   struct Plan {
     std::deque<int> failures;
     std::size_t at_most = SIZE_MAX;
+    std::size_t calls = 0;
   };
 
   static void Activate(SocketFaults* faults) {
@@ -79,7 +73,6 @@ class SocketFaults {
   static inline SocketFaults* s_active = nullptr;
 
   std::map<Call, Plan> m_plans;
-  std::vector<SendCall> m_sends;
 };
 
 // While it lives the process can start only so many more threads.
