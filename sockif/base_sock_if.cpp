@@ -159,18 +159,21 @@ void CFTBaseSockIf::SendHeartbeat(const FTLinkInfo& link) {
 
 void CFTBaseSockIf::HandlePkg(const FTLinkInfo& link, FTBufferPtr pkg) {
   AssertOwnThread();
-  const std::int32_t length = pkg == nullptr ? 0 : pkg->GetDataLen();
+  const std::int64_t occupied = pkg->GetDataLen() + FTEngineState::kPkgCost;
   std::int32_t keep = 0;
   OnRecvPkg(&link, pkg.get(), &keep);
   if (keep != 0) pkg.release();
-  m_delivered += length;
+  m_delivered += occupied;
   if (m_delivered >= kCountedAtOnce) CountDelivered();
 }
 
 // Once for many packages: the links' threads change the same count.
 void CFTBaseSockIf::CountDelivered() {
-  if (m_delivered == 0) return;
-  m_engine->State().undelivered_recv_bytes -= std::exchange(m_delivered, 0);
+  if (m_delivered != 0) CountUndelivered(-std::exchange(m_delivered, 0));
+}
+
+void CFTBaseSockIf::CountUndelivered(std::int64_t bytes) {
+  m_engine->State().undelivered_recv_bytes += bytes;
 }
 
 void CFTBaseSockIf::HandleLinkUp(const FTLinkInfo& link, const FTLinkInfo& listener) {

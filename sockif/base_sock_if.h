@@ -68,6 +68,11 @@ class CFTBaseSockIf : public CFTSockIfContract {
   std::string VNewLinkId() override;
 
  protected:
+  // Any thread. Adds to what the links count as received and not yet delivered, or takes it off:
+  // for memory that a derived class keeps because of what it received. While there is too much,
+  // nothing is read.
+  void CountUndelivered(std::int64_t bytes);
+
   std::int32_t OnEnterThread() override;
   void OnExitThread() override;
   std::int32_t RunOnce() override;
@@ -95,7 +100,7 @@ class CFTBaseSockIf : public CFTSockIfContract {
   // With a lock of its own.
   CFTLockedValue<std::uint32_t> m_link_counter;
 
-  // This thread's alone: bytes handled and not yet taken off the engine's count.
+  // This thread's alone: what was handled and not yet taken off the engine's count.
   std::int64_t m_delivered = 0;
   // And the records of links whose end was handled in the cycle under way: a handler that runs a
   // cycle of its own may still be looking at one.

@@ -3,6 +3,11 @@
 #include <algorithm>
 #include <utility>
 
+void CFTPkgCutter::Pass::Count(std::int32_t length) {
+  ++cut;
+  longest = std::max(longest, length);
+}
+
 CFTPkgCutter::CFTPkgCutter(LengthRule length_rule)
     : m_length_rule(std::move(length_rule)), m_ahead(kAheadBytes) {}
 
@@ -64,7 +69,7 @@ CFTPkgCutter::Result CFTPkgCutter::CutWindow(std::int32_t max_pkg_len, Pass* pas
     }
     if (length == 0 || length > window_bytes - used) break;
     packages->push_back(CFTBuffer::MakeCopy(window + used, length));
-    ++pass->cut;
+    pass->Count(length);
     used += length;
   }
   m_ahead.Consume(static_cast<std::uint32_t>(used));
@@ -86,8 +91,7 @@ CFTPkgCutter::Result CFTPkgCutter::CutLong(std::int32_t max_pkg_len, Pass* pass,
     return fits ? Result::kGoOn : Result::kLengthGrew;
   }
   FinishLong(length, packages);
-  ++pass->cut;
-  pass->cut_long = true;
+  pass->Count(length);
   return Result::kGoOn;
 }
 

@@ -31,9 +31,11 @@ class CFTPkgCutter {
 
   // What one call of Cut did.
   struct Pass {
+    void Count(std::int32_t length);
+
     Result result = Result::kGoOn;
-    std::int32_t cut = 0;   // packages, lost ones included
-    bool cut_long = false;  // one of them was longer than the regular buffer
+    std::int32_t cut = 0;      // packages, lost ones included
+    std::int32_t longest = 0;  // bytes of the longest of them
   };
 
   static constexpr int kMaxSpaces = 2;

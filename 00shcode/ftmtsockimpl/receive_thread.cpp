@@ -11,8 +11,13 @@ namespace {
 
 constexpr std::int32_t kCheckIntervalMs = 2000;
 constexpr std::int32_t kReadableWaitMs = 500;
-constexpr std::int64_t kThrottleSliceMs = 100;
-constexpr std::int64_t kThrottleBytesPerMs = 12500;
+constexpr std::int64_t kLeastBacklogLimit = std::int64_t{4} << 20;  // bytes
+constexpr std::int64_t kBacklogLimitPkgs = 4;
+constexpr std::int32_t kLongestPauseMs = 100;
+
+std::int32_t NextPauseMs(std::int32_t pause_ms) {
+  return std::clamp(2 * pause_ms, 1, kLongestPauseMs);
+}
 
 std::int32_t BytesIn(const platform::BytePiece* pieces, int count) {
   std::int32_t bytes = 0;
@@ -41,9 +46,7 @@ CFTMtSockOneLinkThrd::CFTMtSockOneLinkThrd(CFTSockIfContract* protocol, FTEngine
   SetTimer(TIMER_RECV_CHECK, kCheckIntervalMs);
 }
 
-CFTMtSockOneLinkThrd::~CFTMtSockOneLinkThrd() {
-  CountUndelivered(-m_undelivered);
-}
+CFTMtSockOneLinkThrd::~CFTMtSockOneLinkThrd() = default;
 
 void CFTMtSockOneLinkThrd::StopThread() {
   CFTEngineThread::StopThread();
@@ -88,7 +91,10 @@ void CFTMtSockOneLinkThrd::OnLoop() {
     StopThread();
     return;
   }
-  if (IsThrottled()) return;
+  if (IsThrottled()) {
+    PauseReading();
+    return;
+  }
   if (!m_read_last_pass) {
     m_last_wait_start = ft::GetTickTime();
     const bool look_again = std::exchange(m_may_yield, false) && m_yield.Try();
@@ -110,13 +116,11 @@ void CFTMtSockOneLinkThrd::ReceiveOnce() {
   }
   // What did not fill the room was all there was.
   m_read_last_pass = received == BytesIn(spaces, space_count);
-  if (result == 0) {
-    NoteBacklog({});
-    return;
-  }
-  CountUndelivered(received);
+  if (result == 0) return;
   m_last_data = now;
   m_may_yield = true;
+  m_throttled_ms = 0;
+  m_pause_ms = 0;
   m_cutter.Commit(received);
   if (!RecvAndCut()) StopThread();
 }
@@ -126,8 +130,8 @@ bool CFTMtSockOneLinkThrd::RecvAndCut() {
   const CFTPkgCutter::Pass pass = m_cutter.Cut(Protocol().GetMaxPkgLen(), &m_packages);
   const bool go_on = EndAfterCut(pass.result);
   EngineLog::RecvCount(&Protocol(), pass.cut, m_link.Info().remote_address);
+  if (pass.cut > 0) m_longest_pkg = pass.longest;
   Deliver();
-  NoteBacklog(pass);
   return go_on;
 }
 
@@ -153,49 +157,51 @@ bool CFTMtSockOneLinkThrd::EndAfterCut(CFTPkgCutter::Result result) {
 }
 
 void CFTMtSockOneLinkThrd::Deliver() {
-  const bool by_message = m_link.State().event_mode == FTEventMode::kByMessage;
-  for (FTBufferPtr& pkg : m_packages) {
-    m_undelivered -= pkg->GetDataLen();
-    if (by_message) {
-      m_msgs.push_back(FTRecvPkgMsg::Make(&m_link.Info(), std::move(pkg)));
-    } else {
-      DeliverDirectly(std::move(pkg));
-    }
+  if (m_link.State().event_mode == FTEventMode::kByMessage) {
+    PostPackages();
+  } else {
+    for (FTBufferPtr& pkg : m_packages) DeliverDirectly(std::move(pkg));
   }
   m_packages.clear();
+}
+
+void CFTMtSockOneLinkThrd::PostPackages() {
+  if (m_packages.empty()) return;
+  std::int64_t occupied = 0;
+  for (FTBufferPtr& pkg : m_packages) {
+    occupied += pkg->GetDataLen() + FTEngineState::kPkgCost;
+    m_msgs.push_back(FTRecvPkgMsg::Make(&m_link.Info(), std::move(pkg)));
+  }
+  m_link.State().undelivered_recv_bytes += occupied;  // before any of them can be handled
   Protocol().PostAll(m_link.Info().link_id, m_link.Info().priority, &m_msgs);
 }
 
 void CFTMtSockOneLinkThrd::DeliverDirectly(FTBufferPtr pkg) {
-  const std::int32_t length = pkg->GetDataLen();
   std::int32_t keep = 0;
   Protocol().OnRecvPkg(&m_link.Info(), pkg.get(), &keep);
   if (keep != 0) pkg.release();
-  m_link.State().undelivered_recv_bytes -= length;
 }
 
-// A protocol object that has fallen behind makes reading wait, but not before a pass that may have
-// left nothing to hand over.
-void CFTMtSockOneLinkThrd::NoteBacklog(const CFTPkgCutter::Pass& pass) {
-  if (m_link.State().event_mode == FTEventMode::kDirect) return;
-  const std::int64_t behind = m_link.State().undelivered_recv_bytes;
-  if (behind < FTEngineState::kRecvBacklogLimit || (pass.cut > 0 && !pass.cut_long)) return;
-  m_throttle_ms = static_cast<std::int32_t>(behind / kThrottleBytesPerMs);
-  m_throttled_at = ft::GetTickTime();
-  EngineLog::RecvThrottled(&Protocol(), m_throttle_ms, m_link.Info().remote_address);
-}
-
-// Waits a little when it is. The whole wait is over early when the protocol object has caught up.
+// True while the protocol object is so far behind that the peer is to wait too. What may wait for
+// the object is enough to keep it at work during a short pause.
 bool CFTMtSockOneLinkThrd::IsThrottled() {
-  if (m_throttle_ms == 0) return false;
-  const std::int64_t left = m_throttle_ms - ft::ElapsedMs(ft::GetTickTime(), m_throttled_at);
-  const bool behind = m_link.State().undelivered_recv_bytes >= FTEngineState::kRecvBacklogLimit;
-  if (left <= 0 || !behind) {
-    m_throttle_ms = 0;
-    return false;
+  if (m_link.State().event_mode == FTEventMode::kDirect) return false;
+  const std::int64_t limit = std::max(kLeastBacklogLimit, kBacklogLimitPkgs * m_longest_pkg);
+  const bool behind = m_link.State().undelivered_recv_bytes >= limit;
+  if (behind == std::exchange(m_throttled, behind)) return behind;
+  const FTTime now = ft::GetTickTime();
+  if (behind) {
+    m_throttled_at = now;
+    EngineLog::RecvThrottled(&Protocol(), NextPauseMs(m_pause_ms), m_link.Info().remote_address);
+  } else {
+    m_throttled_ms += ft::ElapsedMs(now, m_throttled_at);
   }
-  m_link.Pause(static_cast<std::int32_t>(std::min(left, kThrottleSliceMs)));
-  return true;
+  return behind;
+}
+
+void CFTMtSockOneLinkThrd::PauseReading() {
+  m_pause_ms = NextPauseMs(m_pause_ms);
+  m_link.Pause(m_pause_ms);
 }
 
 void CFTMtSockOneLinkThrd::CheckRecvTimeout() {
@@ -205,7 +211,8 @@ void CFTMtSockOneLinkThrd::CheckRecvTimeout() {
     return;
   }
   const std::int32_t limit_ms = Protocol().GetRecvTimeoutSec() * 1000;
-  if (ft::ElapsedMs(m_last_wait_start, m_last_data) <= limit_ms) return;
+  // Only while we listen can the peer be silent.
+  if (ft::ElapsedMs(m_last_wait_start, m_last_data) - m_throttled_ms <= limit_ms) return;
   if (m_link.End(FTCloseReason::kRecvTimeout)) {
     EngineLog::RecvTimeout(&Protocol(), m_link.Info().remote_address);
   }
@@ -222,7 +229,6 @@ void CFTMtSockOneLinkThrd::OnExitThread() {
   }
   if (m_link.GetCloseReason() == FTCloseReason::kOnRequest) m_link.CloseSocket();
   CFTEngineThread::OnExitThread();
-  CountUndelivered(-m_undelivered);  // what will reach nobody counts no more against other links
   m_finish_time.Set(ft::GetTickTime());
 }
 
@@ -234,9 +240,4 @@ void CFTMtSockOneLinkThrd::ReportClosed() {
   } else {
     Protocol().OnLinkClosed(m_link.CopyInfo().get(), m_link.GetCloseReason());
   }
-}
-
-void CFTMtSockOneLinkThrd::CountUndelivered(std::int64_t bytes) {
-  m_undelivered += bytes;
-  m_link.State().undelivered_recv_bytes += bytes;
 }

@@ -44,12 +44,12 @@ class CFTMtSockOneLinkThrd : public CFTEngineThread {
   bool RecvAndCut();
   bool EndAfterCut(CFTPkgCutter::Result result);
   void Deliver();
+  void PostPackages();
   void DeliverDirectly(FTBufferPtr pkg);
-  void NoteBacklog(const CFTPkgCutter::Pass& pass);
   bool IsThrottled();
+  void PauseReading();
   void CheckRecvTimeout();
   void ReportClosed();
-  void CountUndelivered(std::int64_t bytes);
 
   CFTLink m_link;
 
@@ -63,11 +63,13 @@ class CFTMtSockOneLinkThrd : public CFTEngineThread {
   CFTPkgCutter m_cutter;
   std::vector<FTBufferPtr> m_packages;  // cut and not yet delivered
   std::vector<FTMsg> m_msgs;            // empty between passes; keeps its capacity
-  std::int64_t m_undelivered = 0;       // our part of the engine's count that nobody else takes off
-  std::int32_t m_throttle_ms = 0;       // 0: reads go on at once
+  std::int64_t m_longest_pkg = 0;       // of those that the last pass with any has cut
+  bool m_throttled = false;
   FTTime m_throttled_at;
+  std::int32_t m_pause_ms = 0;  // the last pause since the last read; 0: none
   FTTime m_last_wait_start;
   FTTime m_last_data;
+  std::int64_t m_throttled_ms = 0;  // since then
 
   const std::unique_ptr<CFTMtSockSendThrd> m_send_thread;
 };

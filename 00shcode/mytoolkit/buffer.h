@@ -104,6 +104,9 @@ char* AllocBody(std::size_t bytes);
 // Any thread, at any time. Null is ignored.
 void FreeBody(char* body) noexcept;
 
+// What a package or a body occupies beside its bytes, with what a pool's sizes add to a short one.
+constexpr std::int64_t kBlockCost = 112;
+
 struct FTBodyDeleter {
   void operator()(char* body) const { FreeBody(body); }
 };
