@@ -28,6 +28,8 @@ enum FTLinkEvent {
 //   wParam not 0: a package arrived; wParam is the address of its body, lParam the body's length
 //                 in bytes. The body belongs to the application, which returns it with FreeBuffer.
 //   wParam 0:     a link event; lParam is one of FTLinkEvent.
+// Those that find the window full are posted as soon as there is room. When too many wait, the link
+// is not read, so that the server waits too.
 //
 // Link, UnLink, GetBalanceServer, the default constructor and the destructor must not run at the
 // same time as each other or as any other member. IsOnline, AskData and ChangeReceieveWnd may be
@@ -64,11 +66,14 @@ class FTCLIENT_API CClientDataSource {
   // 11 seconds ends the link.
   int AskData(const char* data, unsigned int length);
 
-  // Sends notifications to another window from now on. With a window or message of 0 link events
-  // are dropped and packages are kept inside, out of reach, until UnLink.
+  // Sends notifications to another window from now on, those included that were not posted yet.
+  // With a window or message of 0 link events are dropped and packages are kept inside, out of
+  // reach, until UnLink; above 64 MiB the link is not read until there is a window.
   void ChangeReceieveWnd(unsigned int window, unsigned int message);
 
-  // Releases a body delivered to a window or an answer of GetBalanceServer; null is ignored.
+  // Releases a body delivered to a window or an answer of GetBalanceServer; null is ignored. While
+  // 256 MiB (in a 32-bit process 128 MiB) in bodies of 4 KiB and more are out, further ones wait;
+  // if none comes back for a second, one more is posted.
   void FreeBuffer(char* buffer);
 
   // Asks a balance server (host name or address) one question of one byte. Blocks: at most about 8

@@ -1,12 +1,12 @@
 #include "client/comm_thread.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "00shcode/mytoolkit/buffer.h"
 #include "00shcode/mytoolkit/clock.h"
 #include "client/clientdatasource.h"
 #include "client/package.h"
-#include "platform/platform.h"
 
 namespace {
 
@@ -16,7 +16,8 @@ constexpr std::int32_t kCheckIntervalMs = 2000;
 constexpr std::int32_t kReplyLimitSec = 8;
 constexpr std::int32_t kRequestPriority = 3;
 constexpr std::int32_t kIdleWaitMs = 500;
-constexpr std::size_t kMostPostedTogether = 256;
+constexpr std::int32_t kLongestRetryMs = 20;
+constexpr std::int64_t kMostReceivedBytes = std::int64_t{64} << 20;
 
 constexpr auto kRelaxed = std::memory_order_relaxed;
 
@@ -28,10 +29,6 @@ std::int32_t WallClockSeconds() {
 std::int32_t SecondsBetween(std::int32_t later, std::int32_t earlier) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(later) -
                                    static_cast<std::uint32_t>(earlier));
-}
-
-void DiscardBody(std::uintptr_t body) {
-  ft::FreeBody(reinterpret_cast<char*>(body));
 }
 
 }  // namespace
@@ -52,6 +49,7 @@ void CClientCommThread::SetServers(std::vector<ServerEntry> servers) {
 std::int32_t CClientCommThread::SetRecvWnd(std::uint32_t window, std::uint32_t message) {
   m_window.store(window, kRelaxed);
   m_message.store(message, kRelaxed);
+  WakeUp();  // for what is kept
   return 0;
 }
 
@@ -81,8 +79,16 @@ std::int32_t CClientCommThread::OnEnterThread() {
   return 0;
 }
 
+void CClientCommThread::OnIdle() {
+  m_idle_cycle = true;
+}
+
+// What is kept is looked at after every cycle, and after ever longer waits while nothing happens.
 void CClientCommThread::OnLoop() {
-  FlushNotifications();
+  const bool flushed = FlushNotifications();
+  const bool nothing_happened = std::exchange(m_idle_cycle, false) && !flushed;
+  m_retry_ms = nothing_happened ? std::clamp(2 * m_retry_ms, 1, kLongestRetryMs) : 0;
+  SetIdleWaitMs(m_kept_bytes > 0 ? std::max(m_retry_ms, 1) : kIdleWaitMs);
 }
 
 void CClientCommThread::OnMsg(FTMsg& msg, std::int32_t draining) {
@@ -128,45 +134,36 @@ void CClientCommThread::OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::i
   if (ft::IsHeartbeatBody(body, body_len)) return;
   m_reply_wait_start.store(0, kRelaxed);
   *keep = 1;
-  DeliverBody(ft::FTBodyPtr(CFTBuffer::IntoBody(FTBufferPtr(pkg), ft::kPkgHeadLen)), body_len);
-}
-
-void CClientCommThread::DeliverBody(ft::FTBodyPtr body, std::int32_t body_len) {
-  const std::uint32_t window = m_window.load(kRelaxed);
-  const std::uint32_t message = m_message.load(kRelaxed);
-  if (window == 0 || message == 0) {
-    m_received.Push(body.get(), body_len);
-    return;
-  }
-  Notify(window, {message, reinterpret_cast<std::uintptr_t>(body.get()), body_len});
-  body.release();
+  m_notifications.AddBody(ft::FTBodyPtr(CFTBuffer::IntoBody(FTBufferPtr(pkg), ft::kPkgHeadLen)),
+                          body_len);
+  if (m_notifications.IsBatchFull()) FlushNotifications();
 }
 
 void CClientCommThread::PostLinkEvent(std::intptr_t link_event) {
-  const std::uint32_t window = m_window.load(kRelaxed);
-  const std::uint32_t message = m_message.load(kRelaxed);
-  if (window == 0 || message == 0) return;
-  Notify(window, {message, 0, link_event});
+  m_notifications.AddLinkEvent(link_event);
   FlushNotifications();
 }
 
-// Packages that are handled in one go are posted together, in their order.
-void CClientCommThread::Notify(std::uint32_t window, const platform::WindowPost& post) {
-  if (window != m_notified_window || m_notifications.size() >= kMostPostedTogether) {
-    FlushNotifications();
+// True when anything could be posted or queued.
+bool CClientCommThread::FlushNotifications() {
+  const std::uint32_t window = m_window.load(kRelaxed);
+  const std::uint32_t message = m_message.load(kRelaxed);
+  const bool has_window = window != 0 && message != 0;
+  bool flushed = false;
+  if (!m_notifications.IsEmpty()) {
+    flushed = !has_window || m_notifications.PostTo(window, message);
+    if (!has_window) m_notifications.MoveTo(&m_received);
   }
-  m_notified_window = window;
-  m_notifications.push_back(post);
+  CountKept(has_window);
+  return flushed;
 }
 
-// A body that cannot be posted is nobody's.
-void CClientCommThread::FlushNotifications() {
-  const std::size_t count = m_notifications.size();
-  if (count == 0) return;
-  std::size_t posted =
-      platform::PostToWindow(m_notified_window, m_notifications.data(), count, &DiscardBody);
-  while (posted < count) DiscardBody(m_notifications[posted++].w_param);
-  m_notifications.clear();
+// Packages that arrived without a window do not count once there is one: nobody would take them,
+// and the link could never be read again.
+void CClientCommThread::CountKept(bool has_window) {
+  std::int64_t kept = m_notifications.GetBytes();
+  if (!has_window) kept += std::max(m_received.GetBytes() - kMostReceivedBytes, std::int64_t{0});
+  if (kept != m_kept_bytes) CountUndelivered(kept - std::exchange(m_kept_bytes, kept));
 }
 
 void CClientCommThread::ConnectNextServer() {
@@ -187,6 +184,11 @@ void CClientCommThread::OnCheckReplyTimer() {
   const std::string link_id = GetLinkId();
   if (link_id.empty()) return;
   const std::int32_t start = m_reply_wait_start.load(kRelaxed);
+  if (start > 0 && m_kept_bytes > 0) {
+    // The answer may be there, behind what the application has not taken yet.
+    m_reply_wait_start.store(WallClockSeconds(), kRelaxed);
+    return;
+  }
   if (start <= 0 || SecondsBetween(WallClockSeconds(), start) <= kReplyLimitSec) return;
   CloseLink(link_id, FTCloseMode::kNow);
   m_reply_wait_start.store(0, kRelaxed);
@@ -198,9 +200,10 @@ bool CClientCommThread::IsCurrentLink(const FTLinkInfo& link) const {
 }
 
 void CClientCommThread::ForgetLink(const FTLinkInfo& link, std::intptr_t link_event) {
+  if (!IsCurrentLink(link)) return;
+  FlushNotifications();  // who sees that the link is gone finds everything that it brought
   {
     const CFTAutoLock guard(&m_link_lock, CFTRwLock::kWrite);
-    if (!IsCurrentLink(link)) return;
     m_link_id.clear();
   }
   m_own_link_id.clear();

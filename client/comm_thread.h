@@ -7,14 +7,17 @@
 
 #include "00shcode/mytoolkit/buffer.h"
 #include "00shcode/mytoolkit/rw_lock.h"
+#include "client/notification_queue.h"
 #include "client/received_queue.h"
 #include "client/server_list.h"
-#include "platform/platform.h"
 #include "sockif/base_sock_if.h"
 
 // The client's protocol: keeps one link to one server of a list, moves on to the next when the link
 // is gone, sends requests, closes a link that leaves a request unanswered, and posts what arrives
 // to the application's window, or queues packages while none is set.
+//
+// An application that falls behind never makes the client wait. What cannot be posted yet is kept
+// and counts as undelivered, so that the link is not read while that is too much.
 //
 // Lock order: server lock, then link lock.
 class CClientCommThread : public CFTBaseSockIf {
@@ -27,8 +30,8 @@ class CClientCommThread : public CFTBaseSockIf {
 
   // The following may be called from any thread.
 
-  // Where notifications go from now on; 0 for either: packages are queued, link events dropped.
-  // Always 0.
+  // Where notifications go from now on, those included that are kept; 0 for either: packages are
+  // queued, link events dropped. Always 0.
   std::int32_t SetRecvWnd(std::uint32_t window, std::uint32_t message);
 
   // 1 while the current link is up, else 0.
@@ -51,6 +54,7 @@ class CClientCommThread : public CFTBaseSockIf {
 
  protected:
   std::int32_t OnEnterThread() override;
+  void OnIdle() override;
   void OnLoop() override;
   void OnMsg(FTMsg& msg, std::int32_t draining) override;
   std::int32_t VGetOnePkgLen(const void* data, std::int32_t count, const FTLinkInfo* link) override;
@@ -67,9 +71,8 @@ class CClientCommThread : public CFTBaseSockIf {
   bool IsCurrentLink(const FTLinkInfo& link) const;
   void ForgetLink(const FTLinkInfo& link, std::intptr_t link_event);
   void PostLinkEvent(std::intptr_t link_event);
-  void DeliverBody(ft::FTBodyPtr body, std::int32_t body_len);
-  void Notify(std::uint32_t window, const platform::WindowPost& post);
-  void FlushNotifications();
+  bool FlushNotifications();
+  void CountKept(bool has_window);
 
   CFTRwLock m_server_lock;
   CServerList m_servers FT_GUARDED_BY(m_server_lock);
@@ -77,11 +80,13 @@ class CClientCommThread : public CFTBaseSockIf {
   std::string m_link_id FT_GUARDED_BY(m_link_lock);  // empty: no link, and none being opened
   CReceivedQueue m_received;
 
-  // This thread's alone: m_link_id for its own looks at it, and the notifications that are posted
-  // together, with their window.
+  // This thread's alone: m_link_id for its own looks at it, the notifications that are not posted
+  // yet, and the memory of what is kept as far as it counts as undelivered.
   std::string m_own_link_id;
-  std::vector<platform::WindowPost> m_notifications;
-  std::uint32_t m_notified_window = 0;
+  CNotificationQueue m_notifications;
+  std::int64_t m_kept_bytes = 0;
+  bool m_idle_cycle = false;    // nothing was handled in it
+  std::int32_t m_retry_ms = 0;  // until what is kept is looked at again
 
   // Single values, each read and written whole; nothing else depends on their order.
   std::atomic<std::uint32_t> m_window{0};

@@ -1,5 +1,6 @@
 /* Windows for hosts on systems that have none of their own. A window is a queue of messages under
- * a number that is not 0; CClientDataSource posts its notifications there.
+ * a number that is not 0; CClientDataSource posts its notifications there. It holds at most 10,000
+ * of them; the client keeps those that find it full, and posts them when there is room.
  * All functions may be called from any thread; they do not throw. */
 #ifndef FTCLIENT_CLIENT_FTWINDOW_H
 #define FTCLIENT_CLIENT_FTWINDOW_H

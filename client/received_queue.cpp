@@ -4,6 +4,16 @@
 
 #include "00shcode/mytoolkit/buffer.h"
 
+namespace {
+
+std::int64_t BytesOf(const char* entry) {
+  std::uint32_t body_len = 0;
+  std::memcpy(&body_len, entry, sizeof body_len);
+  return std::int64_t{body_len} + ft::kBlockCost;
+}
+
+}  // namespace
+
 CReceivedQueue::~CReceivedQueue() {
   while (char* const entry = Pop()) ft::FreeBody(entry);
 }
@@ -15,7 +25,7 @@ void CReceivedQueue::Push(const char* body, std::int32_t body_len) {
   std::memcpy(entry.get() + sizeof length, body, length);
   const CFTAutoLock guard(&m_lock, CFTRwLock::kWrite);
   m_entries.push_back(entry.get());
-  entry.release();
+  m_bytes += BytesOf(entry.release());
 }
 
 char* CReceivedQueue::Pop() {
@@ -23,5 +33,11 @@ char* CReceivedQueue::Pop() {
   if (m_entries.empty()) return nullptr;
   char* const entry = m_entries.front();
   m_entries.pop_front();
+  m_bytes -= BytesOf(entry);
   return entry;
+}
+
+std::int64_t CReceivedQueue::GetBytes() {
+  const CFTAutoLock guard(&m_lock, CFTRwLock::kRead);
+  return m_bytes;
 }

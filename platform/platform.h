@@ -273,11 +273,25 @@ struct WindowPost {
   std::intptr_t l_param;
 };
 
-// Posts all of them in their order behind whatever is queued for the window, and returns how many
-// could be posted; nothing is kept of the others, and discard is not called for them. discard (may
-// be null) serves systems whose windows can be destroyed with messages still queued by us. Never
-// blocks.
-std::size_t PostToWindow(std::uint32_t window, const WindowPost* posts, std::size_t count,
-                         DiscardFunction discard);
+enum class WindowState {
+  kOpen,
+  kFull,  // there will be room once messages have been taken
+  kGone   // there is no such window
+};
+
+struct PostResult {
+  std::size_t posted;
+  WindowState window;  // kOpen: all were posted; else why not the rest
+};
+
+// How many messages wait in a window of our own at most. Systems with windows keep as many for all
+// windows of a thread, unless they are set up otherwise.
+constexpr std::size_t kWindowCapacity = 10000;
+
+// Posts them in their order behind whatever is queued for the window, until one cannot be posted;
+// nothing is kept of the others, and discard is not called for them. discard (may be null) serves
+// systems whose windows can be destroyed with messages still queued by us. Never blocks.
+PostResult PostToWindow(std::uint32_t window, const WindowPost* posts, std::size_t count,
+                        DiscardFunction discard);
 
 }  // namespace platform

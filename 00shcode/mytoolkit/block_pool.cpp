@@ -22,6 +22,7 @@ constexpr bool kReuses = true;
 // A block and what stands in front of it. The link lies in the block's own memory.
 struct alignas(8) Block {
   std::uint32_t size_class;
+  std::uint32_t counted;  // bytes in g_counted
   alignas(8) Block* next;
 };
 
@@ -49,6 +50,9 @@ std::size_t SizeOf(std::uint32_t size_class) {
   const std::uint32_t above = size_class - kSmallClasses - 1;
   return (kSmall << above / 4) / 4 * (5 + above % 4);
 }
+
+// A plain count: nothing else depends on its order.
+std::atomic<std::size_t> g_counted{0};
 
 void FreeAll(Block* block) {
   while (block != nullptr) std::free(std::exchange(block, block->next));
@@ -131,24 +135,43 @@ Block* NewBlock(std::size_t bytes, std::uint32_t size_class) {
   return block;
 }
 
+Block* TakeBlock(std::size_t bytes) {
+  const std::uint32_t size_class = kReuses ? ClassOf(bytes) : kUnpooled;
+  if (size_class == kUnpooled) return NewBlock(bytes, size_class);
+  Block* const block = Stacks()[size_class].TakeOne();
+  return block != nullptr ? block : NewBlock(SizeOf(size_class), size_class);
+}
+
+Block* BlockOf(void* memory) {
+  return reinterpret_cast<Block*>(static_cast<char*>(memory) - kFront);
+}
+
 }  // namespace
 
 void* ft::AllocBlock(std::size_t bytes) {
-  const std::uint32_t size_class = kReuses ? ClassOf(bytes) : kUnpooled;
-  if (size_class == kUnpooled) return &NewBlock(bytes, size_class)->next;
-  const std::size_t size = SizeOf(size_class);
-  Block* const block = Stacks()[size_class].TakeOne();
-  return &(block != nullptr ? block : NewBlock(size, size_class))->next;
+  Block* const block = TakeBlock(bytes);
+  block->counted = 0;
+  return &block->next;
 }
 
 void ft::FreeBlock(void* memory) noexcept {
   if (memory == nullptr) return;
-  auto* const block = reinterpret_cast<Block*>(static_cast<char*>(memory) - kFront);
+  Block* const block = BlockOf(memory);
+  if (block->counted != 0) g_counted.fetch_sub(block->counted, std::memory_order_relaxed);
   if (block->size_class == kUnpooled) {
     std::free(block);
   } else {
     Stacks()[block->size_class].PutBack(block);
   }
+}
+
+void ft::CountBlock(void* memory, std::uint32_t bytes) noexcept {
+  BlockOf(memory)->counted = bytes;
+  g_counted.fetch_add(bytes, std::memory_order_relaxed);
+}
+
+std::size_t ft::CountedBytes() noexcept {
+  return g_counted.load(std::memory_order_relaxed);
 }
 
 void ft::FreeIdleBlocks() noexcept {

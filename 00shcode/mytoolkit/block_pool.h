@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 // Memory for packages and their bodies. One thread allocates most of it and another one frees it,
 // so blocks that come back wait here to be used again, instead of going through the heap's locks.
@@ -11,6 +12,12 @@ void* AllocBlock(std::size_t bytes);
 
 // Any thread, and at any time, after main too. Null is ignored. Never blocks.
 void FreeBlock(void* block) noexcept;
+
+// Counts an allocated block with so many bytes, until it is freed. Whoever frees it comes later.
+void CountBlock(void* block, std::uint32_t bytes) noexcept;
+
+// The bytes of all counted blocks of the process. Any thread.
+std::size_t CountedBytes() noexcept;
 
 // Gives all blocks that wait back to the system. Any thread.
 void FreeIdleBlocks() noexcept;

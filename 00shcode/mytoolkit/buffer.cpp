@@ -36,13 +36,17 @@ FTBufferPtr CFTBuffer::MakeCopy(const void* data, std::int32_t n) {
 
 char* CFTBuffer::IntoBody(FTBufferPtr buffer, std::int32_t offset) {
   char* const data = reinterpret_cast<char*>(buffer->m_read) + offset;
+  char* body = data;
+  const auto length = static_cast<std::size_t>(buffer->GetDataLen() - offset);
   if (data == reinterpret_cast<char*>(buffer.get()) + kBodyInBlock) {
     buffer.release();  // the block is the body's from now on
-    return data;
+  } else {
+    body = ft::AllocBody(length);
+    std::memcpy(body, data, length);
   }
-  const auto length = static_cast<std::size_t>(buffer->GetDataLen() - offset);
-  char* const body = ft::AllocBody(length);
-  std::memcpy(body, data, length);
+  if (length >= ft::kCountedBodyLen) {
+    ft::CountBlock(body - kBodyInBlock, static_cast<std::uint32_t>(length));
+  }
   return body;
 }
 

@@ -107,6 +107,13 @@ void FreeBody(char* body) noexcept;
 // What a package or a body occupies beside its bytes, with what a pool's sizes add to a short one.
 constexpr std::int64_t kBlockCost = 112;
 
+// Bodies from IntoBody that are so long are counted until they are freed: the bytes of all that the
+// process has. Any thread.
+constexpr std::size_t kCountedBodyLen = 4096;
+inline std::size_t CountedBodyBytes() noexcept {
+  return CountedBytes();
+}
+
 struct FTBodyDeleter {
   void operator()(char* body) const { FreeBody(body); }
 };

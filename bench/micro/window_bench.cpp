@@ -24,7 +24,8 @@ class Window {
   void Post() const {
     for (std::intptr_t i = 0; i < kMessages; ++i) {
       const platform::WindowPost post{kMessage, 0, i};
-      while (platform::PostToWindow(m_number, &post, 1, nullptr) == 0) std::this_thread::yield();
+      while (platform::PostToWindow(m_number, &post, 1, nullptr).posted == 0)
+        std::this_thread::yield();
     }
   }
 

@@ -97,10 +97,11 @@ bool DestroyMessageWindow(std::uint32_t window) {
   return Registry().Destroy(window);
 }
 
-std::size_t PostToWindow(std::uint32_t window, const WindowPost* posts, std::size_t count,
-                         DiscardFunction discard) {
+PostResult PostToWindow(std::uint32_t window, const WindowPost* posts, std::size_t count,
+                        DiscardFunction discard) {
   WindowQueue* const queue = Find(window);
-  return queue == nullptr ? 0 : queue->Post(window, posts, count, discard);
+  if (queue == nullptr) return {0, WindowState::kGone};
+  return queue->Post(window, posts, count, discard);
 }
 
 }  // namespace platform

@@ -15,19 +15,7 @@ namespace platform {
 
 namespace {
 
-constexpr std::size_t kIdleCapacity = 16384;
-
 thread_local AdaptiveYield t_yield;
-
-// Memory that a flood needed is not kept for ever.
-template <typename List>
-void Empty(List* list) {
-  if (list->capacity() > kIdleCapacity) {
-    List().swap(*list);
-  } else {
-    list->clear();
-  }
-}
 
 }  // namespace
 
@@ -45,20 +33,30 @@ bool WindowQueue::Open(std::uint32_t window) {
   return true;
 }
 
-std::size_t WindowQueue::Post(std::uint32_t window, const WindowPost* posts, std::size_t count,
-                              DiscardFunction discard) {
+PostResult WindowQueue::Post(std::uint32_t window, const WindowPost* posts, std::size_t count,
+                             DiscardFunction discard) {
+  std::size_t posted = 0;
   int waiters = 0;
   {
     const Guard guard(&m_post_mutex);
-    if (m_window != window || count == 0) return 0;
-    const bool first = m_posted.empty();
-    for (std::size_t i = 0; i < count; ++i) m_posted.push_back({posts[i], discard});
-    m_count += count;
-    if (first) SignalDescriptor();
+    if (m_window != window) return {0, WindowState::kGone};
+    posted = Append(posts, count, discard);
     waiters = m_waiters;
   }
-  if (waiters > 0 && count == 1) pthread_cond_signal(&m_arrived);
-  if (waiters > 0 && count > 1) pthread_cond_broadcast(&m_arrived);
+  if (waiters > 0 && posted == 1) pthread_cond_signal(&m_arrived);
+  if (waiters > 0 && posted > 1) pthread_cond_broadcast(&m_arrived);
+  return {posted, posted == count ? WindowState::kOpen : WindowState::kFull};
+}
+
+// As many as there is room for. The count may be falling meanwhile, never rising.
+std::size_t WindowQueue::Append(const WindowPost* posts, std::size_t count,
+                                DiscardFunction discard) {
+  count = std::min(count, kWindowCapacity - m_count);
+  if (count == 0) return 0;
+  const bool first = m_posted.empty();
+  for (std::size_t i = 0; i < count; ++i) m_posted.push_back({posts[i], discard});
+  m_count += count;
+  if (first) SignalDescriptor();
   return count;
 }
 
@@ -90,7 +88,7 @@ WindowWait WindowQueue::Take(std::uint32_t window, WindowMessage* message) {
 // The descriptor is readable while there is something in either list.
 void WindowQueue::RefillTaken() {
   const Guard guard(&m_post_mutex);
-  Empty(&m_taken);
+  m_taken.clear();
   m_next = 0;
   m_taken.swap(m_posted);
   if (m_taken.empty()) ClearDescriptor();

@@ -32,8 +32,8 @@ class WindowQueue {
 
   // The following may be called from any thread.
 
-  std::size_t Post(std::uint32_t window, const WindowPost* posts, std::size_t count,
-                   DiscardFunction discard);
+  PostResult Post(std::uint32_t window, const WindowPost* posts, std::size_t count,
+                  DiscardFunction discard);
   WindowWait Wait(std::uint32_t window, WindowMessage* message, int timeout_ms);
   int Descriptor(std::uint32_t window);
 
@@ -57,6 +57,7 @@ class WindowQueue {
     pthread_mutex_t* const m_mutex;
   };
 
+  std::size_t Append(const WindowPost* posts, std::size_t count, DiscardFunction discard);
   WindowWait Take(std::uint32_t window, WindowMessage* message);
   bool WaitForArrival(std::uint32_t window, const timespec* deadline);
   void RefillTaken();

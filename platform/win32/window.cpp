@@ -6,15 +6,16 @@ namespace platform {
 
 // The system keeps what is posted to a window that is destroyed, or discards it without a word, so
 // there is nobody who could call discard.
-std::size_t PostToWindow(std::uint32_t window, const WindowPost* posts, std::size_t count,
-                         DiscardFunction /*discard*/) {
+PostResult PostToWindow(std::uint32_t window, const WindowPost* posts, std::size_t count,
+                        DiscardFunction /*discard*/) {
   const auto handle = reinterpret_cast<HWND>(static_cast<std::uintptr_t>(window));
-  std::size_t posted = 0;
-  while (posted < count && PostMessageA(handle, posts[posted].message, posts[posted].w_param,
-                                        posts[posted].l_param) != FALSE) {
-    ++posted;
+  for (std::size_t posted = 0; posted < count; ++posted) {
+    const WindowPost& post = posts[posted];
+    if (PostMessageA(handle, post.message, post.w_param, post.l_param) != FALSE) continue;
+    const bool full = GetLastError() == ERROR_NOT_ENOUGH_QUOTA;
+    return {posted, full ? WindowState::kFull : WindowState::kGone};
   }
-  return posted;
+  return {count, WindowState::kOpen};
 }
 
 }  // namespace platform

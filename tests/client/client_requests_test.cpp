@@ -1,6 +1,7 @@
 // Requests and answers of one link, seen from both of its ends, and where they are delivered: to
 // the window of the moment, to none, to one that is gone.
 
+#include "00shcode/mytoolkit/block_pool.h"
 #include "client/comm_thread.h"
 #include "tests/support/client_test.h"
 #include "tests/support/stderr_capture.h"
@@ -111,24 +112,44 @@ TEST_F(ClientRequests, RequestsOfOneThreadKeepTheirOrderWhileOthersAskAndSwitchW
   for (int i = 0; i < 1600; ++i) ASSERT_TRUE(WaitUntil(is_delivered, 10s)) << i;
 }
 
-TEST_F(ClientRequests, LaterWindowGetsNothingThatCameBeforeIt) {
-  FastClock fast(10);
+// The memory is only said to be there.
+TEST_F(ClientRequests, AnApplicationThatKeepsTooMuchGetsOneMoreASecondUntilItReturnsSome) {
+  ManualClock clock;
+  ScriptedServer server;
+  Peer peer = LinkWith(&server);
+  void* const kept = ft::AllocBlock(1);
+  ft::CountBlock(kept, 256U << 20);
+  for (std::uint32_t i = 0; i < 3; ++i) peer.SendPackage(PatternBody(4096, i));
+  for (std::uint32_t i = 0; i < 2; ++i) {
+    EXPECT_EQ(m_window.Next(300ms), std::nullopt);
+    clock.Advance(1000);
+    EXPECT_TRUE(m_window.Next(5s) == Package(PatternBody(4096, i)));
+  }
+  EXPECT_EQ(m_window.Next(300ms), std::nullopt);
+  ft::FreeBlock(kept);
+  EXPECT_TRUE(m_window.Next(5s) == Package(PatternBody(4096, 2)));
+}
+
+TEST_F(ClientRequests, WithoutAWindowPackagesAreQueuedAndInTheEndTheServerWaits) {
+  constexpr int kMany = 30;
+  const Bytes large = BuildPackage(PatternBody(kLargestBody));
   ScriptedServer server;
   const unsigned int nowhere[][2] = {{0, m_window.Message()}, {m_window.Handle(), 0}};
   for (const auto& [window, message] : nowhere) {
     ASSERT_EQ(LinkClient(&m_client, {At(server)}, window, message), 1);
     Peer peer = server.Accept(5s);
-    peer.SendPackage("kept");
-    peer.Close();
-    // The client links again only when it is done with all that the first link brought.
-    Peer again = server.Accept(5s);
-    EXPECT_EQ(m_window.Next(0ms), std::nullopt);
+    std::atomic<int> sent{0};
+    std::thread sending([&] {
+      peer.SendPackage("kept");
+      for (; sent < kMany; ++sent) peer.SendRaw(large);
+      peer.SendPackage("last");
+    });
+    EXPECT_FALSE(WaitUntil([&] { return sent == kMany; }, 1s));
     m_client.ChangeReceieveWnd(m_window.Handle(), m_window.Message());
-    again.SendPackage("late");
-    std::optional<Notification> first = m_window.Next(5s);
-    if (first == LinkUp()) first = m_window.Next(5s);  // the second link's, still in time
-    EXPECT_EQ(first, Package("late"));
-
+    const auto first = m_window.Next(5s);
+    EXPECT_TRUE(first && first->second.size() == kLargestBody) << "what came before stays queued";
+    EXPECT_TRUE(m_window.WaitFor(Package("last"), 10s));
+    sending.join();
     char* const kept = g_pClientCommThread->PopRecvPkg();
     ASSERT_NE(kept, nullptr);
     EXPECT_EQ(Bytes(kept, 8), Bytes("\4\0\0\0kept", 8));

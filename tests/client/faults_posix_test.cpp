@@ -4,6 +4,8 @@
 #include <fcntl.h>
 
 #include "00shcode/mytoolkit/clock.h"
+#include "client/client_slot.h"
+#include "client/comm_thread.h"
 #include "tests/support/client_test.h"
 #include "tests/support/posix/faults.h"
 
@@ -126,6 +128,98 @@ TEST_F(ClientTest, AMachineThatWakesFindsASilentLinkDeadAtOnce) {
   ClockShift clock;
   clock.Sleep(36);
   EXPECT_EQ(m_window.Next(5s), LinkClosed());
+}
+
+// What a window does not take is kept, and in the end the server waits.
+class Backlog : public ClientTest {
+ protected:
+  static constexpr std::uint32_t kKept = 100;
+
+  static Bytes KeptBody(std::uint32_t i) { return PatternBody(ft::kCountedBodyLen, i); }
+  static bool AreReleased() {
+    return WaitUntil([] { return ft::CountedBodyBytes() == 0; }, 5s);
+  }
+
+  // Brings as many notifications as the window takes, 100 packages behind them, and the link's end.
+  void Fill(const ClientWindow& window) {
+    ASSERT_EQ(LinkClient(&m_client, {At(m_server)}, window.Handle(), window.Message()), 1);
+    Peer peer = m_server.Accept(5s);
+    Bytes stream;
+    for (std::size_t i = 1; i < platform::kWindowCapacity; ++i) stream += BuildPackage("x");
+    for (std::uint32_t i = 0; i < kKept; ++i) stream += BuildPackage(KeptBody(i));
+    peer.SendRaw(stream);
+    peer.StopSending();
+    ASSERT_TRUE(WaitUntil([&] { return Ask("?") == -1; }, 10s));
+  }
+
+  ManualClock m_clock;
+  ScriptedServer m_server;
+  ClientWindow m_next{&m_client, 0x0500};
+};
+
+TEST_F(Backlog, FollowsInOrderOnceThereIsRoom) {
+  Fill(m_window);
+  m_clock.Advance(kOneCheckMs);
+  Peer next = m_server.Accept(5s);
+  next.SendPackage("next");
+  EXPECT_TRUE(m_window.WaitFor(Package(KeptBody(0)), 5s));
+  for (std::uint32_t i = 1; i < kKept; ++i) ASSERT_TRUE(m_window.Next(5s) == Package(KeptBody(i)));
+  for (const Notification& last : {LinkClosed(), LinkUp(), Package("next")})
+    EXPECT_EQ(m_window.Next(5s), last);
+}
+
+TEST_F(Backlog, GoesToTheNextWindowBeforeWhatIsNewer) {
+  Fill(m_window);
+  m_client.ChangeReceieveWnd(m_next.Handle(), m_next.Message());
+  for (std::uint32_t i = 0; i < kKept; ++i) ASSERT_TRUE(m_next.Next(5s) == Package(KeptBody(i)));
+  EXPECT_EQ(m_next.Next(5s), LinkClosed());
+  m_clock.Advance(kOneCheckMs);
+  EXPECT_EQ(m_next.Next(5s), LinkUp());
+}
+
+TEST_F(Backlog, GoesToTheReceivedPackagesWithoutAWindowAndItsLinkEventsAreDropped) {
+  Fill(m_window);
+  m_client.ChangeReceieveWnd(0, 0);
+  EXPECT_TRUE(AreReleased()) << "the queue has copies";
+  for (std::uint32_t i = 0; i < kKept; ++i) {
+    const ft::FTBodyPtr body(g_pClientCommThread->PopRecvPkg());
+    ASSERT_TRUE(body && Bytes(body.get() + 4, ft::kCountedBodyLen) == KeptBody(i));
+  }
+  m_client.ChangeReceieveWnd(m_next.Handle(), m_next.Message());
+  m_clock.Advance(kOneCheckMs);
+  EXPECT_EQ(m_next.Next(5s), LinkUp());
+}
+
+TEST_F(Backlog, IsReleasedWithItsWindowOrWithTheClient) {
+  Fill(m_window);
+  m_window.Destroy();
+  EXPECT_TRUE(AreReleased());
+  m_client.UnLink();
+  Fill(m_next);
+  m_client.UnLink();
+  EXPECT_TRUE(AreReleased());
+}
+
+// Neither the silence of a server that is not read nor a missing answer is held against it.
+TEST_F(Backlog, MakesTheServerWaitAndTheLinkSurvives) {
+  constexpr int kMany = 60000;
+  const auto body = [](int i) { return std::to_string(i) + Bytes(1000, '.'); };
+  ClockShift wall;
+  Peer peer = LinkWith(&m_server);
+  std::atomic<int> sent{0};
+  std::thread sending([&] {
+    for (; sent < kMany; ++sent) peer.SendPackage(body(sent));
+  });
+  EXPECT_FALSE(WaitUntil([&] { return sent == kMany; }, 1s));
+  EXPECT_EQ(Ask("?"), 0);
+  wall.SetWallClock(60);
+  m_clock.Advance(60000);
+  EXPECT_FALSE(WaitUntil([&] { return m_client.IsOnline() == 0; }, 500ms));
+  int taken = 0;
+  while (taken < kMany && m_window.Next(5s) == Package(body(taken))) ++taken;
+  EXPECT_EQ(taken, kMany);
+  EXPECT_EQ(m_client.IsOnline(), 1);
+  sending.join();
 }
 
 }  // namespace

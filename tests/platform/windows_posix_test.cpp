@@ -18,7 +18,7 @@ struct Window {
   bool Destroy() { return DestroyMessageWindow(m_number); }
   bool Post(std::uintptr_t w_param, DiscardFunction discard = nullptr) {
     const WindowPost post{1, w_param, 0};
-    return PostToWindow(m_number, &post, 1, discard) == 1;
+    return PostToWindow(m_number, &post, 1, discard).posted == 1;
   }
   bool Take() { return WaitWindowMessage(m_number, &m_taken, 0) == WindowWait::kTaken; }
   const std::uint32_t m_number = CreateMessageWindow();
@@ -37,7 +37,9 @@ TEST(MessageWindow, ServesAPollingLoopInOrder) {
   window.Post(0);
   const int descriptor = GetWindowDescriptor(window.m_number);
   std::thread poster([&] {
-    for (std::uintptr_t i = 1; i < kAll; ++i) window.Post(i);
+    for (std::uintptr_t i = 1; i < kAll; ++i) {
+      while (!window.Post(i)) std::this_thread::yield();  // full: it takes 10,000
+    }
   });
   std::uintptr_t taken = 0;
   while (taken < kAll && IsReadable(descriptor, 20000) && window.Take()) {
