@@ -12,12 +12,4 @@ timespec MonotonicDeadline(std::uint32_t milliseconds) {
   return deadline;
 }
 
-void InitMonotonicCondition(pthread_cond_t* condition) {
-  pthread_condattr_t attributes;
-  pthread_condattr_init(&attributes);
-  pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC);
-  pthread_cond_init(condition, &attributes);
-  pthread_condattr_destroy(&attributes);
-}
-
 }  // namespace platform

@@ -1,16 +1,12 @@
-// Waits on the clock that nobody can set.
 #pragma once
 
-#include <pthread.h>
 #include <time.h>
 
 #include <cstdint>
 
 namespace platform {
 
+// The moment so many milliseconds from now, on the clock that nobody can set.
 timespec MonotonicDeadline(std::uint32_t milliseconds);
-
-// For pthread_cond_timedwait with such a deadline.
-void InitMonotonicCondition(pthread_cond_t* condition);
 
 }  // namespace platform

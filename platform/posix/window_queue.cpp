@@ -4,11 +4,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <climits>
 #include <utility>
 
 #include "platform/adaptive_yield.h"
 #include "platform/posix/descriptor.h"
+#include "platform/posix/futex.h"
 #include "platform/posix/monotonic.h"
 
 namespace platform {
@@ -18,10 +19,6 @@ namespace {
 thread_local AdaptiveYield t_yield;
 
 }  // namespace
-
-WindowQueue::WindowQueue() {
-  InitMonotonicCondition(&m_arrived);
-}
 
 bool WindowQueue::Open(std::uint32_t window) {
   const Guard take_guard(&m_take_mutex);
@@ -36,28 +33,31 @@ bool WindowQueue::Open(std::uint32_t window) {
 PostResult WindowQueue::Post(std::uint32_t window, const WindowPost* posts, std::size_t count,
                              DiscardFunction discard) {
   std::size_t posted = 0;
-  int waiters = 0;
   {
     const Guard guard(&m_post_mutex);
     if (m_window != window) return {0, WindowState::kGone};
     posted = Append(posts, count, discard);
-    waiters = m_waiters;
   }
-  if (waiters > 0 && posted == 1) pthread_cond_signal(&m_arrived);
-  if (waiters > 0 && posted > 1) pthread_cond_broadcast(&m_arrived);
+  if (posted > 0) WakeWaiters(posted == 1 ? 1 : INT_MAX);
   return {posted, posted == count ? WindowState::kOpen : WindowState::kFull};
 }
 
-// As many as there is room for. The count may be falling meanwhile, never rising.
+// As many as there is room for. More room may come meanwhile.
 std::size_t WindowQueue::Append(const WindowPost* posts, std::size_t count,
                                 DiscardFunction discard) {
-  count = std::min(count, kWindowCapacity - m_count);
+  count = std::min(count, kWindowCapacity - Count());
   if (count == 0) return 0;
   const bool first = m_posted.empty();
   for (std::size_t i = 0; i < count; ++i) m_posted.push_back({posts[i], discard});
-  m_count += count;
+  m_posted_count += count;
   if (first) SignalDescriptor();
   return count;
+}
+
+void WindowQueue::WakeWaiters(int count) {
+  if (m_waiters == 0) return;
+  ++m_wake_number;
+  FutexWake(m_wake_number, count);
 }
 
 WindowWait WindowQueue::Wait(std::uint32_t window, WindowMessage* message, int timeout_ms) {
@@ -76,11 +76,11 @@ WindowWait WindowQueue::Wait(std::uint32_t window, WindowMessage* message, int t
 WindowWait WindowQueue::Take(std::uint32_t window, WindowMessage* message) {
   const Guard guard(&m_take_mutex);
   if (m_window != window) return WindowWait::kNoWindow;
-  if (m_count == 0) return WindowWait::kTimeOut;
+  if (Count() == 0) return WindowWait::kTimeOut;
   if (m_next == m_taken.size()) RefillTaken();
   const WindowPost& post = m_taken[m_next++].post;
   *message = {window, post.message, post.w_param, post.l_param};
-  --m_count;
+  m_taken_count.store(m_taken_count + 1, std::memory_order_release);
   if (m_next == m_taken.size()) RefillTaken();
   return WindowWait::kTaken;
 }
@@ -96,21 +96,21 @@ void WindowQueue::RefillTaken() {
 
 // False when the deadline passed.
 bool WindowQueue::WaitForArrival(std::uint32_t window, const timespec* deadline) {
-  const Guard guard(&m_post_mutex);
   ++m_waiters;
-  int result = 0;
-  while (m_count == 0 && m_window == window && result != ETIMEDOUT) {
-    result = deadline == nullptr ? pthread_cond_wait(&m_arrived, &m_post_mutex)
-                                 : pthread_cond_timedwait(&m_arrived, &m_post_mutex, deadline);
+  bool in_time = true;
+  while (in_time) {
+    const std::uint32_t number = m_wake_number;
+    if (Count() != 0 || m_window != window) break;
+    in_time = FutexWait(m_wake_number, number, deadline);
   }
   --m_waiters;
-  return result != ETIMEDOUT;
+  return in_time;
 }
 
 int WindowQueue::Descriptor(std::uint32_t window) {
   const Guard guard(&m_post_mutex);
   if (m_window != window) return -1;
-  if (!std::exchange(m_descriptor_used, true) && m_count > 0) SignalDescriptor();
+  if (!std::exchange(m_descriptor_used, true) && Count() > 0) SignalDescriptor();
   return m_descriptor;
 }
 
@@ -125,11 +125,11 @@ void WindowQueue::Close() {
     std::vector<Queued>().swap(m_taken);
     std::vector<Queued>().swap(m_posted);
     m_next = 0;
-    m_count = 0;
+    m_taken_count.store(m_posted_count);
     SignalDescriptor();  // who polls it sees that something happened
     close(std::exchange(m_descriptor, -1));
-    pthread_cond_broadcast(&m_arrived);
   }
+  WakeWaiters(INT_MAX);
   for (const Queued& queued : unread) {
     if (queued.discard != nullptr) queued.discard(queued.post.w_param);
   }

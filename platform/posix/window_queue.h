@@ -23,7 +23,7 @@ namespace platform {
 // Lock order: take lock, then post lock.
 class WindowQueue {
  public:
-  WindowQueue();
+  WindowQueue() = default;
   WindowQueue(const WindowQueue&) = delete;
   WindowQueue& operator=(const WindowQueue&) = delete;
 
@@ -60,6 +60,8 @@ class WindowQueue {
   std::size_t Append(const WindowPost* posts, std::size_t count, DiscardFunction discard);
   WindowWait Take(std::uint32_t window, WindowMessage* message);
   bool WaitForArrival(std::uint32_t window, const timespec* deadline);
+  std::size_t Count() const { return m_posted_count - m_taken_count; }
+  void WakeWaiters(int count);
   void RefillTaken();
   void SignalDescriptor();
   void ClearDescriptor();
@@ -68,18 +70,21 @@ class WindowQueue {
   alignas(64) pthread_mutex_t m_take_mutex = PTHREAD_MUTEX_INITIALIZER;
   std::vector<Queued> m_taken;  // under the take lock
   std::size_t m_next = 0;       // likewise: in m_taken, the first message that nobody has
+  std::atomic<std::size_t> m_taken_count{0};  // of all times, wraps; written under the take lock
 
   alignas(64) pthread_mutex_t m_post_mutex = PTHREAD_MUTEX_INITIALIZER;
   std::vector<Queued> m_posted;  // under the post lock, as all that follows
-  pthread_cond_t m_arrived;
-  int m_waiters = 0;
   int m_descriptor = -1;
   bool m_descriptor_used = false;
+  std::atomic<std::size_t> m_posted_count{0};  // of all times, wraps; written under the post lock
 
   // Written under both locks; 0: no window.
   std::atomic<std::uint32_t> m_window{0};
-  // Messages in both lists. Rises under the post lock, so that who is about to sleep sees it.
-  alignas(64) std::atomic<std::size_t> m_count{0};
+
+  // Whoever posts looks for waiters afterwards, and a waiter counts itself before it looks for
+  // messages: one of them sees the other. Waiters sleep until the number changes.
+  alignas(64) std::atomic<std::uint32_t> m_waiters{0};
+  std::atomic<std::uint32_t> m_wake_number{0};
 };
 
 }  // namespace platform
