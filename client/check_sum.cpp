@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
-#include "client/word_run.h"
+#include "client/check_sum_run.h"
 
 namespace {
 

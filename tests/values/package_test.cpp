@@ -1,6 +1,6 @@
 // Packages on the wire: their bytes, their check sums, and how a stream is cut into them.
 #include "client/package.h"
-#include "client/word_run.h"
+#include "client/check_sum_run.h"
 
 #include <gtest/gtest.h>
 

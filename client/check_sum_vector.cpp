@@ -1,4 +1,4 @@
-#include "client/word_run.h"
+#include "client/check_sum_run.h"
 
 #if defined(__x86_64__) || defined(__i386__)
 
