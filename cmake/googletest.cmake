@@ -1,4 +1,4 @@
-# GoogleTest for Windows, built from the sources that Debian's package googletest installs.
+# GoogleTest for 32 bits, built from the sources that Debian's package googletest installs.
 set(FTCLIENT_GOOGLETEST_DIR /usr/src/googletest CACHE PATH "Sources of GoogleTest")
 if(NOT EXISTS ${FTCLIENT_GOOGLETEST_DIR}/CMakeLists.txt)
   message(FATAL_ERROR "No sources of GoogleTest in ${FTCLIENT_GOOGLETEST_DIR}: "

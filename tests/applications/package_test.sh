@@ -31,8 +31,8 @@ int main() {
 }
 END
 # CMake takes imported headers for system headers, whose warnings the compiler hides.
-cmake -S . -B build -G "$2" -DCMAKE_CXX_COMPILER="$3" -DCMAKE_PREFIX_PATH="$work/prefix" \
-  -DCMAKE_CXX_STANDARD=98 -DCMAKE_CXX_EXTENSIONS=OFF -DCMAKE_NO_SYSTEM_FROM_IMPORTED=ON \
-  -DCMAKE_CXX_FLAGS="-pedantic -Wall -Wextra -Werror" >log
+CXXFLAGS="${CXXFLAGS-} -pedantic -Wall -Wextra -Werror" cmake -S . -B build -G "$2" \
+  -DCMAKE_CXX_COMPILER="$3" -DCMAKE_PREFIX_PATH="$work/prefix" -DCMAKE_CXX_STANDARD=98 \
+  -DCMAKE_CXX_EXTENSIONS=OFF -DCMAKE_NO_SYSTEM_FROM_IMPORTED=ON >log
 cmake --build build
 build/old_host

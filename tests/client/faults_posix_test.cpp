@@ -42,7 +42,7 @@ TEST_F(ClientFaults, WaitEndsWithTheLinkThatItClosed) {
   ASSERT_EQ(Link({At(m_server), At(second)}), 1);
   Peer peer = TakeLink(&m_server);
   // A clock far ahead: the seconds run over 32 bits during the wait.
-  m_wall.SetWallClock(std::int64_t{INT32_MAX} - 5 - platform::WallClockSeconds());
+  m_wall.SetWallClock(static_cast<time_t>(INT32_MAX - 5 - platform::WallClockSeconds()));
   EXPECT_EQ(Ask("?"), 0);
   EXPECT_EQ(NextWithoutAnswer(&peer, 500ms), std::nullopt);
   m_wall.SetWallClock(kTooLongSec + 3);

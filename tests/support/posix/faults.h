@@ -109,13 +109,13 @@ class ClockShift {
  public:
   ~ClockShift() { s_slept = s_wall = 0; }
 
-  void SetWallClock(std::int64_t seconds) { s_wall += seconds; }
-  void Sleep(std::int64_t seconds) {
+  void SetWallClock(time_t seconds) { s_wall += seconds; }
+  void Sleep(time_t seconds) {
     s_wall += seconds;
     s_slept += seconds;
   }
 
-  static inline std::atomic<std::int64_t> s_wall{0}, s_slept{0};
+  static inline std::atomic<time_t> s_wall{0}, s_slept{0};
 };
 
 }  // namespace testkit
