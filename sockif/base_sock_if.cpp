@@ -173,7 +173,7 @@ void CFTBaseSockIf::CountDelivered() {
 }
 
 void CFTBaseSockIf::CountUndelivered(std::int64_t bytes) {
-  m_engine->State().undelivered_recv_bytes += bytes;
+  m_engine->State().recv_backlog.Add(bytes);
 }
 
 void CFTBaseSockIf::HandleLinkUp(const FTLinkInfo& link, const FTLinkInfo& listener) {

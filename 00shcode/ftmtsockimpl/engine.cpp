@@ -28,7 +28,7 @@ void StopAndJoin(CMyThread* thread) {
 CFTMtSockImpl::CFTMtSockImpl(CFTSockIfContract* protocol, FTEventMode event_mode,
                              FTHeartbeatMode heartbeat_mode, FTSpaceReports space_reports)
     : CFTEngineThread(protocol, "CFTMtSockImpl"),
-      m_state{event_mode, heartbeat_mode, space_reports},
+      m_state{event_mode, heartbeat_mode, space_reports, {}, {}},
       m_wait_thread(std::make_unique<CFTMtSockWaitThrd>(protocol)),
       m_connector(std::make_unique<CFTMtSockConn>(protocol, this)),
       m_listener(std::make_unique<CFTMtSockListen>(protocol, this, m_connector.get())) {

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "00shcode/ftmtsockimpl/recv_backlog.h"
 #include "00shcode/ftmtsockimpl/sock_if_contract.h"
 
 // What all links of one engine share.
@@ -17,10 +18,9 @@ struct FTEngineState {
   const FTHeartbeatMode heartbeat_mode;
   const FTSpaceReports space_reports;
 
-  // Plain counts: nothing else depends on their order. They may pass the limits, since forced
-  // packages obey none and what a read has brought is counted when it is over.
+  // A plain count: nothing else depends on its order. It may pass the limit, since forced packages
+  // obey none.
   std::atomic<std::int64_t> queued_send_bytes{0};  // accepted and not yet sent
-  // What waits for the protocol object in event mode kByMessage, or is kept by it. Bytes that are
-  // no package yet do not count: their links could never complete them.
-  std::atomic<std::int64_t> undelivered_recv_bytes{0};
+
+  CFTRecvBacklog recv_backlog;
 };

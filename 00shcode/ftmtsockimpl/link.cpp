@@ -34,8 +34,8 @@ bool CFTLink::WaitReadable(std::int32_t timeout_ms) {
   return FTSockWaitReadable(m_socket.load(), timeout_ms, &m_waker) != 0;
 }
 
-void CFTLink::Pause(std::int32_t milliseconds) {
-  platform::WaitForSocket(kNoSocket, platform::Readiness::kReadable, milliseconds, &m_waker);
+void CFTLink::WaitForRoom(std::int64_t limit, std::int32_t timeout_ms) {
+  m_state->recv_backlog.WaitForRoom(limit, timeout_ms, &m_waker);
 }
 
 std::int32_t CFTLink::Send(const platform::ConstBytePiece* pieces, int count) {

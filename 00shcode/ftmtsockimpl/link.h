@@ -47,8 +47,8 @@ class CFTLink {
   std::int32_t Receive(const platform::BytePiece* pieces, int count, std::int32_t* received);
   bool WaitReadable(std::int32_t timeout_ms);
 
-  // Receive thread only. Blocks for that long or until EndWaits.
-  void Pause(std::int32_t milliseconds);
+  // Receive thread only. As CFTRecvBacklog::WaitForRoom, or until EndWaits.
+  void WaitForRoom(std::int64_t limit, std::int32_t timeout_ms);
 
   // Send thread only. As FTSockSend; -1 when the socket is closed. Never overlaps with CloseSocket.
   std::int32_t Send(const platform::ConstBytePiece* pieces, int count);

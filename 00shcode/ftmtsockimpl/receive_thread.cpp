@@ -172,7 +172,7 @@ void CFTMtSockOneLinkThrd::PostPackages() {
     occupied += pkg->GetDataLen() + FTEngineState::kPkgCost;
     m_msgs.push_back(FTRecvPkgMsg::Make(&m_link.Info(), std::move(pkg)));
   }
-  m_link.State().undelivered_recv_bytes += occupied;  // before any of them can be handled
+  m_link.State().recv_backlog.Add(occupied);  // before any of them can be handled
   Protocol().PostAll(m_link.Info().link_id, m_link.Info().priority, &m_msgs);
 }
 
@@ -182,12 +182,15 @@ void CFTMtSockOneLinkThrd::DeliverDirectly(FTBufferPtr pkg) {
   if (keep != 0) pkg.release();
 }
 
+std::int64_t CFTMtSockOneLinkThrd::BacklogLimit() const {
+  return std::max(kLeastBacklogLimit, kBacklogLimitPkgs * m_longest_pkg);
+}
+
 // True while the protocol object is so far behind that the peer is to wait too. What may wait for
 // the object is enough to keep it at work during a short pause.
 bool CFTMtSockOneLinkThrd::IsThrottled() {
   if (m_link.State().event_mode == FTEventMode::kDirect) return false;
-  const std::int64_t limit = std::max(kLeastBacklogLimit, kBacklogLimitPkgs * m_longest_pkg);
-  const bool behind = m_link.State().undelivered_recv_bytes >= limit;
+  const bool behind = m_link.State().recv_backlog.GetBytes() >= BacklogLimit();
   if (behind == std::exchange(m_throttled, behind)) return behind;
   const FTTime now = ft::GetTickTime();
   if (behind) {
@@ -201,7 +204,7 @@ bool CFTMtSockOneLinkThrd::IsThrottled() {
 
 void CFTMtSockOneLinkThrd::PauseReading() {
   m_pause_ms = NextPauseMs(m_pause_ms);
-  m_link.Pause(m_pause_ms);
+  m_link.WaitForRoom(BacklogLimit(), m_pause_ms);
 }
 
 void CFTMtSockOneLinkThrd::CheckRecvTimeout() {

@@ -46,6 +46,7 @@ class CFTMtSockOneLinkThrd : public CFTEngineThread {
   void Deliver();
   void PostPackages();
   void DeliverDirectly(FTBufferPtr pkg);
+  std::int64_t BacklogLimit() const;
   bool IsThrottled();
   void PauseReading();
   void CheckRecvTimeout();

@@ -8,7 +8,7 @@ cd "${1:-$(dirname "$0")/../..}"
 # From the ground up: rooms, and in the engine its files, which have no directory here. A file may
 # include what stands in levels before its own, and its own room or header.
 levels=('platform' '00shcode/mytoolkit' '00shcode/ftmsgq' 'sock link_orders' 'link_info'
-  'connect_schedule pkg_cutter send_queue sock_if_contract engine_log'
+  'connect_schedule pkg_cutter send_queue recv_backlog sock_if_contract engine_log'
   'engine_msgs engine_state engine_thread' 'link select_thread' 'send_thread'
   'receive_thread connector listener' 'wait_thread' 'engine' 'sockif' 'client')
 engine=00shcode/ftmtsockimpl faults=0 checked=0

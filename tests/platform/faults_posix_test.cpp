@@ -75,7 +75,7 @@ TEST(SocketErrors, AcceptingTellsNobodyThereFromNoRoom) {
 // written to it.
 TEST(SocketReuse, ALinkClosesItsSocketBetweenWritesAndWritesNothingAfterwards) {
   FTEngineState state{FTEventMode::kByMessage, FTHeartbeatMode::kOnSendThread,
-                      FTSpaceReports::kNone};
+                      FTSpaceReports::kNone, {}, {}};
   TestProtocol protocol;
   FTLinkReq req;
   req.link.socket = FTSockListen("127.0.0.1", 0);

@@ -117,7 +117,7 @@ TEST_F(Stop, WakesEveryThreadWhereverItWaits) {
     const auto idle = protocol.OpenLink(m_slow);
     const auto blocked = protocol.OpenLink(m_slow);
     auto throttled = protocol.OpenLink(m_slow);
-    protocol.State().undelivered_recv_bytes += 800000000;
+    protocol.State().recv_backlog.Add(800000000);
     throttled.peer.SendRaw("half a package");
     ASSERT_EQ(protocol.Send(blocked.id, PatternBody(12000000)), kSendQueued);
     protocol.Listen("127.0.0.1", 0);

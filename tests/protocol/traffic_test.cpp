@@ -114,19 +114,19 @@ TEST(Throttle, ReadingWaitsWhileTooMuchWaitsForTheProtocolObject) {
     TestProtocol protocol(mode);
     protocol.Start();
     auto link = protocol.OpenLink(server);
-    auto& undelivered = protocol.State().undelivered_recv_bytes;
-    undelivered += behind;
+    auto& undelivered = protocol.State().recv_backlog;
+    undelivered.Add(behind);
     ExpectLines(protocol, "MinResolveMillSec", Lines(waits ? 1 : 0, line));
     link.peer.SendPackage("first");
     EXPECT_EQ(!protocol.Events().WaitFor(1, kAWhile), waits);
-    undelivered -= behind;
+    undelivered.Add(-behind);
     EXPECT_EQ(protocol.ReceivePackage(), "first");
     if (!waits) continue;
 
-    undelivered += behind;
+    undelivered.Add(behind);
     ExpectLines(protocol, "MinResolveMillSec", {line, line});
     clock.Advance(40000);
-    undelivered -= behind;
+    undelivered.Add(-behind);
     clock.Advance(2000);  // to the next check
     EXPECT_EQ(link.peer.WaitClosed(1200ms), LinkEnd::kStillOpen);
     link.peer.SendPackage("second");

@@ -153,9 +153,9 @@ class TestProtocol : public CFTBaseSockIf {
 
   FTEngineState& State();
   bool CountersReturnToZero() {
-    const auto& received = State().undelivered_recv_bytes;
+    const auto& received = State().recv_backlog;
     const auto& queued = State().queued_send_bytes;
-    return WaitUntil([&] { return received == 0 && queued == 0; }, kLimit);
+    return WaitUntil([&] { return received.GetBytes() == 0 && queued == 0; }, kLimit);
   }
 
   // Every line, also those that the threshold would drop.
