@@ -44,7 +44,9 @@ class CFTMsgQ : public CMyThread {
   void SetTimer(std::uint32_t timer_id, std::int32_t delay_ms, std::uintptr_t p1 = 0,
                 std::uintptr_t p2 = 0, std::uintptr_t p3 = 0, std::uintptr_t p4 = 0);
 
-  // How long a cycle waits for work after one that found none; 50 ms at first.
+  // How long a cycle waits for work after one that found none; 50 ms at first. A due timer ends the
+  // wait if it was set before the wait began.
+  static constexpr std::int32_t kUntilWoken = INT32_MAX;
   void SetIdleWaitMs(std::int32_t milliseconds) { m_idle_wait_ms.store(milliseconds); }
 
   // Wakes the thread too.

@@ -9,14 +9,13 @@
 namespace {
 
 constexpr std::int32_t kSweepIntervalMs = 70;
-constexpr std::int32_t kIdleWaitMs = 500;
 constexpr std::int32_t kSelectMs = 100;
 
 }  // namespace
 
 CFTMtSockConn::CFTMtSockConn(CFTSockIfContract* protocol, CFTMsgQ* engine)
     : CFTSelectThread(protocol, "CFTMtSockConn"), m_engine(engine) {
-  SetIdleWaitMs(kIdleWaitMs);
+  SetIdleWaitMs(kUntilWoken);
 }
 
 CFTMtSockConn::~CFTMtSockConn() = default;
@@ -47,7 +46,7 @@ void CFTMtSockConn::OnLoop() {
   FTSockSet writable;
   FillWatchSet(&writable);
   if (writable.IsEmpty()) {
-    SetIdleWaitMs(kIdleWaitMs);
+    SetIdleWaitMs(kUntilWoken);
     return;
   }
   SetIdleWaitMs(0);

@@ -13,8 +13,7 @@
 
 namespace {
 
-constexpr std::int32_t kIdleWaitMs = 200;
-constexpr std::int32_t kReapIntervalMs = 5000;
+constexpr std::int32_t kTidyIntervalMs = 5000;
 constexpr std::int32_t kDueConnectsIntervalMs = 1000;
 constexpr std::int32_t kMostCopiedInLock = 16384;  // bytes
 
@@ -32,8 +31,8 @@ CFTMtSockImpl::CFTMtSockImpl(CFTSockIfContract* protocol, FTEventMode event_mode
       m_wait_thread(std::make_unique<CFTMtSockWaitThrd>(protocol)),
       m_connector(std::make_unique<CFTMtSockConn>(protocol, this)),
       m_listener(std::make_unique<CFTMtSockListen>(protocol, this, m_connector.get())) {
-  SetIdleWaitMs(kIdleWaitMs);
-  SetTimer(TIMER_REAP_LINKS, kReapIntervalMs);
+  SetIdleWaitMs(kUntilWoken);
+  SetTimer(TIMER_TIDY_BLOCKS, kTidyIntervalMs);
   SetTimer(TIMER_DUE_CONNECTS, kDueConnectsIntervalMs);
 }
 
@@ -123,12 +122,14 @@ std::int32_t CFTMtSockImpl::OnEnterThread() {
   return 0;
 }
 
-// First those that make links, then the wait thread, which lets go of finished ones, and then the
-// links that are left.
+// First those that make links. Then the wait thread, once it has let go of all links that were
+// handed to it: their threads may still be calling the protocol object. Then the links that are
+// left.
 void CFTMtSockImpl::OnExitThread() {
   StopAndJoin(m_listener.get());
   StopAndJoin(m_connector.get());
-  StopAndJoin(m_wait_thread.get());
+  m_wait_thread->PostQuit();
+  m_wait_thread->WaitThreadExit();
   StopLinks();
   CFTEngineThread::OnExitThread();
 }
@@ -140,8 +141,10 @@ void CFTMtSockImpl::OnMsg(FTMsg& msg, std::int32_t draining) {
   } else if (msg.id == FTMSG_CLOSE_LINK) {
     const auto [link_id, mode] = FTCloseLinkMsg::Take(msg);
     CloseHere(*link_id, mode);
-  } else if (msg.id == FTMSG_TIMER && msg.param1 == TIMER_REAP_LINKS) {
-    ReapLinks();
+  } else if (msg.id == FTMSG_LINK_FINISHED) {
+    const auto [link] = FTLinkFinishedMsg::Take(msg);
+    Reap(Unregister(*link));
+  } else if (msg.id == FTMSG_TIMER && msg.param1 == TIMER_TIDY_BLOCKS) {
     ft::TidyIdleBlocks();
     SetTimerAgain(msg);
   } else if (msg.id == FTMSG_TIMER && msg.param1 == TIMER_DUE_CONNECTS) {
@@ -153,7 +156,7 @@ void CFTMtSockImpl::OnMsg(FTMsg& msg, std::int32_t draining) {
 }
 
 void CFTMtSockImpl::AddLink(FTLinkReqPtr req) {
-  FTLinkThreadPtr created(new CFTMtSockOneLinkThrd(&Protocol(), &m_state, req.get()));
+  FTLinkThreadPtr created(new CFTMtSockOneLinkThrd(&Protocol(), this, &m_state, req.get()));
   CFTMtSockOneLinkThrd* const link = created.get();
   const FTLinkInfo& info = req->link;
   if (!Register(std::move(created))) {
@@ -164,24 +167,32 @@ void CFTMtSockImpl::AddLink(FTLinkReqPtr req) {
   }
 }
 
-// False when the id is taken: the newcomer is gone then, with its socket.
+// False when the id is taken: the newcomer is gone then, with its socket. An id is free once the
+// end of its link is reported, although that link may not have finished yet.
 bool CFTMtSockImpl::Register(FTLinkThreadPtr link) {
-  const std::string& link_id = link->Link().Info().link_id;
-  const CFTAutoLock guard(&m_table_lock, CFTRwLock::kWrite);
-  return m_links.try_emplace(link_id, std::move(link)).second;
+  {
+    const CFTAutoLock guard(&m_table_lock, CFTRwLock::kWrite);
+    FTLinkThreadPtr& entry = m_links[link->Link().Info().link_id];
+    if (entry != nullptr && !entry->Link().IsReportedDown()) return false;
+    entry.swap(link);
+  }
+  Reap(std::move(link));
+  return true;
 }
 
-// What is let go of under the lock would release packages there.
-FTLinkThreadPtr CFTMtSockImpl::Unregister(const std::string& link_id) {
+// Null when another link has its id by now. What is let go of under the lock would release packages
+// there.
+FTLinkThreadPtr CFTMtSockImpl::Unregister(const FTLinkInfo& link) {
   const CFTAutoLock guard(&m_table_lock, CFTRwLock::kWrite);
-  const auto found = m_links.find(link_id);
-  FTLinkThreadPtr link = std::move(found->second);
+  const auto found = m_links.find(link.link_id);
+  if (found == m_links.end() || &found->second->Link().Info() != &link) return nullptr;
+  FTLinkThreadPtr taken = std::move(found->second);
   m_links.erase(found);
-  return link;
+  return taken;
 }
 
 void CFTMtSockImpl::ForgetUnstartedLink(const FTLinkInfo& info) {
-  const FTLinkThreadPtr link = Unregister(info.link_id);
+  const FTLinkThreadPtr link = Unregister(info);
   EngineLog::LinkThreadNotStarted(this, GetThreadCount(), ft::GetLinkName(info));
   if (info.kind == LINK_KIND_OUT) ReportFailure(link->Link().CopyInfo());
 }
@@ -205,16 +216,8 @@ void CFTMtSockImpl::ReportFailure(std::unique_ptr<FTLinkInfo> link) {
   Protocol().Post("", 1, FTConnectFailedMsg::Make(std::move(link)));
 }
 
-void CFTMtSockImpl::ReapLinks() {
-  const CFTAutoLock guard(&m_table_lock, CFTRwLock::kWrite);
-  for (auto entry = m_links.begin(); entry != m_links.end();) {
-    if (!entry->second->IsFinished()) {
-      ++entry;
-      continue;
-    }
-    m_wait_thread->Post("", 1, FTReapLinkMsg::Make(std::move(entry->second)));
-    entry = m_links.erase(entry);
-  }
+void CFTMtSockImpl::Reap(FTLinkThreadPtr link) {
+  if (link != nullptr) m_wait_thread->Post("", 1, FTReapLinkMsg::Make(std::move(link)));
 }
 
 void CFTMtSockImpl::ReleaseDueConnects() {

@@ -19,8 +19,8 @@ class CFTMtSockListen;
 class CFTMtSockWaitThrd;
 
 // The hub of one protocol object's links: owns the service threads and the table of live links,
-// turns connected sockets into links, closes links on request and passes finished ones on to the
-// wait thread.
+// turns connected sockets into links, closes links on request and hands those that have ended to
+// the wait thread.
 //
 // The protocol object starts it, stops and joins it, and destroys it only then. Lock order: link
 // table, then a link's send queue. Neither is held while a thread is joined or a line is written.
@@ -65,11 +65,11 @@ class CFTMtSockImpl : public CFTEngineThread {
  private:
   void AddLink(FTLinkReqPtr req);
   bool Register(FTLinkThreadPtr link);
-  FTLinkThreadPtr Unregister(const std::string& link_id);
+  FTLinkThreadPtr Unregister(const FTLinkInfo& link);
   void ForgetUnstartedLink(const FTLinkInfo& link);
+  void Reap(FTLinkThreadPtr link);
   void CloseHere(const std::string& link_id, FTCloseMode mode);
   void ReportFailure(std::unique_ptr<FTLinkInfo> link);
-  void ReapLinks();
   void ReleaseDueConnects();
   void StopLinks();
   template <typename Queue>

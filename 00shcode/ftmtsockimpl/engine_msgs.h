@@ -22,6 +22,7 @@ constexpr std::uint32_t FTMSG_ADD_LINK = 134;
 constexpr std::uint32_t FTMSG_ADD_LISTEN = 137;
 constexpr std::uint32_t FTMSG_CLOSE_LINK = 139;
 constexpr std::uint32_t FTMSG_REAP_LINK = 140;
+constexpr std::uint32_t FTMSG_LINK_FINISHED = 141;
 
 // To the protocol object, under the link's id: the link and its listening entry, if it has one.
 using FTLinkUpMsg =
@@ -44,13 +45,15 @@ using FTSetupFailedMsg = FTTypedMsg<FTMSG_SETUP_FAILED, std::unique_ptr<FTLinkRe
 using FTConnectMsg = FTTypedMsg<FTMSG_CONNECT, std::unique_ptr<FTLinkInfo>>;  // to the connector
 using FTAddLinkMsg = FTTypedMsg<FTMSG_ADD_LINK, FTLinkReqPtr>;                // to the engine
 using FTAddListenMsg = FTTypedMsg<FTMSG_ADD_LISTEN, FTListenerPtr>;           // to the listener
+// To the engine: the link's receive thread has done all but return. The record, which the message
+// holds, tells the link from a later one with the same id.
+using FTLinkFinishedMsg = FTTypedMsg<FTMSG_LINK_FINISHED, FTLinkRecord>;
 // To the listener, which passes it on to the connector, which passes it on to the engine.
 using FTCloseLinkMsg = FTTypedMsg<FTMSG_CLOSE_LINK, std::unique_ptr<std::string>, FTCloseMode>;
 
 // Timer ids are a thread's own.
 constexpr std::uint32_t TIMER_CONN_SWEEP = 133;
 constexpr std::uint32_t TIMER_SEND_CHECK = 170;
-constexpr std::uint32_t TIMER_REAP_LINKS = 172;
-constexpr std::uint32_t TIMER_REAP_CHECK = 172;
+constexpr std::uint32_t TIMER_TIDY_BLOCKS = 172;
 constexpr std::uint32_t TIMER_RECV_CHECK = 173;
 constexpr std::uint32_t TIMER_DUE_CONNECTS = 176;

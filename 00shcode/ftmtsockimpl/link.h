@@ -40,6 +40,11 @@ class CFTLink {
   bool IsAnnounced() const { return m_announced.load(); }
   void SetAnnounced() { m_announced.store(true); }
 
+  // Any thread. Once the protocol object has been told that the link is down, or that it did not
+  // come about: another link may have the id.
+  bool IsReportedDown() const { return m_reported_down.load(); }
+  void SetReportedDown() { m_reported_down.store(true); }
+
   // Any thread. Ends the waits below, now and for good: the link's threads are to end.
   void EndWaits() { m_waker.Wake(); }
 
@@ -75,6 +80,7 @@ class CFTLink {
   // kAlive, then the first reason. One value, so that the reason belongs to the end.
   std::atomic<std::int32_t> m_end{kAlive};
   std::atomic<bool> m_announced{false};
+  std::atomic<bool> m_reported_down{false};
   platform::Waker m_waker;
 
   // A write and the closing never overlap, so that nobody writes to a number that the system has

@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr std::int32_t kIdleWaitMs = 500;
 constexpr std::int32_t kSelectMs = 500;
 constexpr std::int32_t kPauseAfterFailureMs = 2000;
 
@@ -16,7 +15,7 @@ constexpr std::int32_t kPauseAfterFailureMs = 2000;
 
 CFTMtSockListen::CFTMtSockListen(CFTSockIfContract* protocol, CFTMsgQ* engine, CFTMsgQ* connector)
     : CFTSelectThread(protocol, "CFTMtSockListen"), m_engine(engine), m_connector(connector) {
-  SetIdleWaitMs(kIdleWaitMs);
+  SetIdleWaitMs(kUntilWoken);
 }
 
 CFTMtSockListen::~CFTMtSockListen() = default;
@@ -41,7 +40,7 @@ void CFTMtSockListen::OnMsg(FTMsg& msg, std::int32_t draining) {
 void CFTMtSockListen::OnLoop() {
   AssertOwnThread();
   if (m_listening.empty()) {
-    SetIdleWaitMs(kIdleWaitMs);
+    SetIdleWaitMs(kUntilWoken);
     return;
   }
   SetIdleWaitMs(0);

@@ -32,9 +32,10 @@ void FTJoinAndDelete::operator()(CFTMtSockOneLinkThrd* link) const {
   delete link;
 }
 
-CFTMtSockOneLinkThrd::CFTMtSockOneLinkThrd(CFTSockIfContract* protocol, FTEngineState* state,
-                                           FTLinkReq* req)
+CFTMtSockOneLinkThrd::CFTMtSockOneLinkThrd(CFTSockIfContract* protocol, CFTMsgQ* engine,
+                                           FTEngineState* state, FTLinkReq* req)
     : CFTEngineThread(protocol, "CFTMtSockOneLinkThrd"),
+      m_engine(engine),
       m_link(req, protocol, state),
       m_cutter([this](const unsigned char* data, std::int32_t count) {
         return Protocol().VGetOnePkgLen(data, count, &m_link.Info());
@@ -65,13 +66,15 @@ std::int32_t CFTMtSockOneLinkThrd::OnEnterThread() {
 std::int32_t CFTMtSockOneLinkThrd::RefuseLink() {
   const FTLinkInfo& info = m_link.Info();
   EngineLog::SendThreadNotStarted(&Protocol(), GetThreadCount(), ft::GetLinkName(info));
+  m_link.End(FTCloseReason::kNotStarted);
+  m_link.CloseSocket();
+  m_link.SetReportedDown();
   if (info.kind == LINK_KIND_OUT) {
     Protocol().Post("", 1, FTConnectFailedMsg::Make(m_link.CopyInfo()));
   }
-  m_link.End(FTCloseReason::kNotStarted);
   EngineLog::LinkWithoutThread(&Protocol(), info.remote_address);
   StopThread();
-  m_finish_time.Set(ft::GetTickTime());
+  TellEngine();
   return -1;
 }
 
@@ -87,7 +90,6 @@ void CFTMtSockOneLinkThrd::OnMsg(FTMsg& msg, std::int32_t draining) {
 void CFTMtSockOneLinkThrd::OnLoop() {
   AssertOwnThread();
   if (!m_link.IsAlive()) {
-    m_link.CloseSocket();
     StopThread();
     return;
   }
@@ -209,7 +211,6 @@ void CFTMtSockOneLinkThrd::PauseReading() {
 
 void CFTMtSockOneLinkThrd::CheckRecvTimeout() {
   if (!m_link.IsAlive()) {
-    m_link.CloseSocket();
     StopThread();
     return;
   }
@@ -223,24 +224,30 @@ void CFTMtSockOneLinkThrd::CheckRecvTimeout() {
 }
 
 // The send thread is joined before the end is reported, so that nothing about the link follows the
-// report. Nobody else can end the link from then on.
+// report. Nobody else can end the link from then on. It may be in a callback for long, and the peer
+// of an ended link shall not wait for that; on a link that is merely stopped it may be writing.
 void CFTMtSockOneLinkThrd::OnExitThread() {
   StopThread();
-  if (m_link.IsAnnounced()) {
-    m_send_thread->WaitThreadExit();
-    ReportClosed();
-  }
-  if (m_link.GetCloseReason() == FTCloseReason::kOnRequest) m_link.CloseSocket();
+  if (!m_link.IsAlive()) m_link.CloseSocket();
+  m_send_thread->WaitThreadExit();
+  m_link.CloseSocket();
+  ReportClosed();
   CFTEngineThread::OnExitThread();
-  m_finish_time.Set(ft::GetTickTime());
+  TellEngine();
 }
 
 void CFTMtSockOneLinkThrd::ReportClosed() {
   const bool by_message = m_link.State().event_mode == FTEventMode::kByMessage;
   m_link.End(by_message ? FTCloseReason::kUnknown : FTCloseReason::kNone);
+  m_link.SetReportedDown();
   if (by_message) {
     m_link.Post(FTLinkClosedMsg::Make(m_link.CopyInfo(), m_link.GetCloseReason(), m_link.Record()));
   } else {
     Protocol().OnLinkClosed(m_link.CopyInfo().get(), m_link.GetCloseReason());
   }
+}
+
+// The last step: whoever takes the message up joins this thread.
+void CFTMtSockOneLinkThrd::TellEngine() {
+  m_engine->Post("", 1, FTLinkFinishedMsg::Make(m_link.Record()));
 }

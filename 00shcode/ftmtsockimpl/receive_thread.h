@@ -15,19 +15,17 @@ class CFTMtSockSendThrd;
 // its send thread.
 class CFTMtSockOneLinkThrd : public CFTEngineThread {
  public:
-  // Takes the request's socket over.
-  CFTMtSockOneLinkThrd(CFTSockIfContract* protocol, FTEngineState* state, FTLinkReq* req);
-  // Precondition: joined. Closes the socket and releases what was not sent.
+  // Takes the request's socket over. engine, which is told when the thread has finished, and state
+  // outlive this object.
+  CFTMtSockOneLinkThrd(CFTSockIfContract* protocol, CFTMsgQ* engine, FTEngineState* state,
+                       FTLinkReq* req);
+  // Precondition: joined. Releases what was not sent.
   ~CFTMtSockOneLinkThrd() override;
 
   // The following may be called from any thread.
 
   CFTLink& Link() { return m_link; }
   CFTMtSockSendThrd& SendThread() { return *m_send_thread; }
-
-  // True once the thread has done all but return: then it may be joined.
-  bool IsFinished() const { return GetFinishTime() != FTTime{}; }
-  FTTime GetFinishTime() const { return m_finish_time.Get(); }
 
   // Stops the send thread too.
   void StopThread() override;
@@ -51,11 +49,10 @@ class CFTMtSockOneLinkThrd : public CFTEngineThread {
   void PauseReading();
   void CheckRecvTimeout();
   void ReportClosed();
+  void TellEngine();
 
+  CFTMsgQ* const m_engine;
   CFTLink m_link;
-
-  // With a lock of its own.
-  CFTLockedValue<FTTime> m_finish_time;
 
   // This thread's alone.
   bool m_read_last_pass = true;  // and perhaps left something

@@ -15,7 +15,7 @@ class GivesEverythingBack : public testing::Test {
   const HeldResources m_before;
 };
 
-// The clock stands still, and no ended link is deleted, unless the test lets the time pass.
+// The clock stands still: nothing here may wait for a timer.
 class Ending : public GivesEverythingBack {
  protected:
   void SetUp() override { m_protocol->StartAlone(); }
@@ -25,31 +25,39 @@ class Ending : public GivesEverythingBack {
                         FTSendMode::kWithinLimits, FTOnRefusal::kRelease, 3);
   }
 
-  // The package, which nobody reads, is released when the ended link is deleted.
-  Peer FinishLink() {
-    const std::size_t threads = CountThreads();
-    auto link = m_protocol->OpenLink(m_slow);
-    SendMuch(link.id);
-    link.peer.StopSending();
-    EXPECT_EQ(m_protocol->WaitClosed(), FTCloseReason::kRecvFailed);
-    EXPECT_TRUE(WaitUntil([&] { return CountThreads() == threads; }, 10s));
-    return std::move(link.peer);
-  }
-
   ManualClock m_clock;
   const ReleaseCounter m_released;
   std::unique_ptr<TestProtocol> m_protocol = std::make_unique<TestProtocol>();
 };
 
-TEST_F(Ending, ClosingALinkEndsItAtOnceWithALineTheReasonAndItsPackagesUnsent) {
-  auto link = m_protocol->OpenLink(m_slow);
-  SendMuch(link.id);
-  for (int i = 0; i < 2; ++i) m_protocol->Close(link.id);
-  EXPECT_EQ(m_protocol->WaitClosed(), FTCloseReason::kOnRequest);
-  EXPECT_NE(link.peer.WaitClosed(10s), LinkEnd::kStillOpen);
-  EXPECT_GE(m_protocol->State().queued_send_bytes, 1000000);
+// Nobody reads the package, so it is released because the link is deleted.
+TEST_F(Ending, ALinkThatEitherSideClosesIsReportedWithTheReasonAndGivesEverythingBackAtOnce) {
+  int links = 0;
+  const auto end_link = [&](bool by_us) {
+    auto link = m_protocol->OpenLink(m_slow);
+    SendMuch(link.id);
+    by_us ? m_protocol->Close(link.id) : link.peer.StopSending();
+    if (by_us) m_protocol->Close(link.id);
+    EXPECT_EQ(m_protocol->WaitClosed(),
+              by_us ? FTCloseReason::kOnRequest : FTCloseReason::kRecvFailed);
+    ++links;
+    return std::move(link.peer);
+  };
+  for (const bool by_us : {true, false}) {
+    const HeldResources before;
+    Peer peer = end_link(by_us);
+    EXPECT_TRUE(m_released.Reaches(links, 10s)) << m_released.Count();
+    EXPECT_TRUE(m_protocol->CountersReturnToZero());
+    EXPECT_NE(peer.WaitClosed(10s), LinkEnd::kStillOpen);
+    peer.Close();
+    EXPECT_TRUE(before.AreRestored(10s)) << before.Difference();
+    EXPECT_EQ(TestProtocol::GetThreadCount(), TestProtocol::kThreads);
+  }
   ExpectLines(*m_protocol, "Link down", Lines{LinkDown(333, "I close it.")});
   EXPECT_EQ(m_protocol->Events().Count(), 0U);
+  for (int i = 0; i < 3; ++i) end_link(i == 0);
+  m_protocol.reset();
+  EXPECT_EQ(m_released.Count(), links) << "whoever had the others let go of them";
 }
 
 // On accepted links: closing one of our own connects resets it, and what the system has taken but
@@ -79,30 +87,6 @@ TEST_F(Ending, ClosingAfterSendingSendsEverythingFirst) {
   EXPECT_EQ(m_protocol->WaitClosed(), FTCloseReason::kOnRequest);
   EXPECT_LT(steady_clock::now() - begin, 400ms) << "an idle send thread is woken";
   EXPECT_EQ(idle.WaitClosed(10s), LinkEnd::kOrderly);
-}
-
-// Finished links are looked for every 5 seconds, and connects that are due after that.
-TEST_F(Ending, FinishedLinksAreDeletedAfterMoreThan5SecondsOrWhenWhoHasThemEnds) {
-  const Peer peers[] = {FinishLink(), FinishLink(), FinishLink()};
-  m_clock.Advance(5000);
-  EXPECT_FALSE(WaitUntil([&] { return m_released.Count() > 0; }, kAWhile));
-  EXPECT_EQ(TestProtocol::GetThreadCount(), TestProtocol::kThreads + 3);
-  m_clock.Advance(2001);
-  EXPECT_TRUE(m_released.Reaches(3, 5s)) << m_released.Count();
-  EXPECT_TRUE(m_protocol->CountersReturnToZero());
-  EXPECT_EQ(TestProtocol::GetThreadCount(), TestProtocol::kThreads);
-
-  FinishLink();
-  FinishLink();
-  m_protocol->Connect(m_slow.Host(), m_slow.Port(), 0, 0, nullptr, 0, 5);
-  m_clock.Advance(5000);
-  ASSERT_TRUE(m_protocol->WaitFor(Kind::kConnected));
-  EXPECT_EQ(m_released.Count(), 3);
-  FinishLink();
-  m_protocol->Stop();
-  EXPECT_EQ(m_released.Count(), 3 + 2) << "those of the wait thread";
-  m_protocol.reset();
-  EXPECT_EQ(m_released.Count(), 3 + 3) << "the engine's";
 }
 
 using Stop = GivesEverythingBack;

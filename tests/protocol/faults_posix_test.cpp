@@ -75,7 +75,6 @@ TEST_F(Faults, AFailedSendEndsTheLinkAndItsPackagesAreReleasedOnce) {
   EXPECT_EQ(m_protocol.WaitClosed(), FTCloseReason::kSendFailed);
   EXPECT_EQ(m_faults.Sends(), 1U);
   ExpectLines(m_protocol, "Link down", Lines{LinkDown(2688, "Send error, SslErrCode[0]")});
-  const FastClock towards_reaping(20);
   EXPECT_TRUE(m_released.Reaches(3, 10s)) << m_released.Count();
 }
 
@@ -135,7 +134,6 @@ TEST_P(LinkWithoutThreads, IsLoggedAndForgottenAndReportedOnlyToWhoeverConnected
   const ThreadLimit limit(startable);
   if (is_outgoing) m_protocol.Connect(m_server.Host(), m_server.Port());
   Peer peer = is_outgoing ? m_server.Accept(10s) : Peer::Connect(port, 10s);
-  const FastClock towards_deletion(20);
   EXPECT_NE(peer.WaitClosed(10s), LinkEnd::kStillOpen);
   const auto all_is_back = [&] {
     return TestProtocol::GetThreadCount() == TestProtocol::kThreads &&

@@ -227,15 +227,32 @@ TEST_F(Linking, ADelayedConnectThatIsClosedWhenItBecomesDueFailsOnce) {
   EXPECT_TRUE(NothingHappens());
 }
 
-TEST_F(Linking, ANewcomerWithTheIdOfARunningLinkIsRefused) {
-  m_protocol.On().new_link_id = [] { return "SAME"; };
-  auto first = m_protocol.OpenLink(m_server);
-  m_protocol.Connect(m_server.Host(), m_server.Port());
-  auto second = m_server.TryAccept(10s);  // on Windows a link that was reset is not accepted
-  EXPECT_EQ(TakeFailed(1), Ids{"SAME"});
-  EXPECT_TRUE(!second || second->WaitClosed(10s) != LinkEnd::kStillOpen);
-  EXPECT_EQ(m_protocol.Send("SAME", "still here"), kSendQueued);
-  EXPECT_EQ(first.peer.ReceivePackage(10s), "still here");
+// By the time the end is reported the socket is closed and the id is free, even while the report is
+// being handled.
+TEST(LinkIds, ANewcomerIsRefusedOnlyWhileALinkWithItsIdRuns) {
+  ScriptedServer server;
+  std::atomic<bool> is_closed = false;
+  TestProtocol protocol(FTEventMode::kDirect);
+  protocol.On().new_link_id = [] { return "SAME"; };
+  protocol.On().closed = [&](const FTLinkInfo&) {
+    if (protocol.Connect(server.Host(), server.Port()).empty()) return;  // it stops
+    EXPECT_TRUE(WaitUntil([&] { return is_closed && protocol.IsLinkUp("SAME") == 1; }, 10s));
+  };
+  protocol.StartAlone();
+  auto first = protocol.OpenLink(server);
+  first.peer.StopSending();
+  Peer second = server.Accept(10s);
+  EXPECT_NE(first.peer.WaitClosed(10s), LinkEnd::kStillOpen);
+  is_closed = true;
+  EXPECT_TRUE(protocol.WaitFor(Kind::kClosed));
+  EXPECT_TRUE(
+      WaitUntil([] { return TestProtocol::GetThreadCount() == TestProtocol::kThreads + 2; }, 10s));
+  protocol.Connect(server.Host(), server.Port());
+  auto third = server.TryAccept(10s);  // on Windows a link that was reset is not accepted
+  EXPECT_TRUE(protocol.WaitFor(Kind::kConnectFailed));
+  EXPECT_TRUE(!third || third->WaitClosed(10s) != LinkEnd::kStillOpen);
+  EXPECT_EQ(protocol.Send("SAME", "still here"), kSendQueued);
+  EXPECT_EQ(second.ReceivePackage(10s), "still here");
 }
 
 }  // namespace
