@@ -74,8 +74,8 @@ TEST(SocketErrors, AcceptingTellsNobodyThereFromNoRoom) {
 // A descriptor number that a link has closed may be anybody's a moment later: nothing may be
 // written to it.
 TEST(SocketReuse, ALinkClosesItsSocketBetweenWritesAndWritesNothingAfterwards) {
-  FTEngineState state{FTEventMode::kByMessage, FTHeartbeatMode::kOnSendThread,
-                      FTSpaceReports::kNone, {}, {}};
+  FTEngineState state{
+      FTEventMode::kByMessage, FTHeartbeatMode::kOnSendThread, FTSpaceReports::kNone, {}, {}};
   TestProtocol protocol;
   FTLinkReq req;
   req.link.socket = FTSockListen("127.0.0.1", 0);
