@@ -12,8 +12,14 @@
 
 namespace {
 
-// The address sanitizer is to see every block come and go.
-#if defined(__SANITIZE_ADDRESS__)
+// The address sanitizer is to see every block come and go; each compiler tells of it in its own
+// way.
+#if defined(__has_feature)
+#define FT_HAS_FEATURE(feature) __has_feature(feature)
+#else
+#define FT_HAS_FEATURE(feature) 0
+#endif
+#if defined(__SANITIZE_ADDRESS__) || FT_HAS_FEATURE(address_sanitizer)
 constexpr bool kReuses = false;
 #else
 constexpr bool kReuses = true;
