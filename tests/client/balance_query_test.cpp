@@ -31,16 +31,6 @@ class BalanceQuery : public ClientTest {
   }
 };
 
-TEST_F(BalanceQuery, FirstPackageIsTheAnswer) {
-  for (const Bytes& body : {Bytes("10.0.0.7:8000"), Bytes(), PatternBody(300000)}) {
-    AnsweringServer server([&](const Bytes&) {
-      return std::vector<Bytes>{kHeartbeatBody, body, "second", body};
-    });
-    EXPECT_TRUE(Query("localhost", server.Port()) == body) << body.size() << " bytes";
-    EXPECT_TRUE(server.WaitForOpenLinks(0, 5s));
-  }
-}
-
 // The answer is large enough that the client is still at work on it when the link is gone.
 TEST_F(BalanceQuery, QuestionIsTwoBytesAndTheEndOfTheLinkEndsTheWaitWithTheAnswerOrWithoutAny) {
   const Bytes body = PatternBody(5000000);
