@@ -52,9 +52,9 @@ std::int32_t CFTMtSockImpl::SendPkg(const std::string& link_id, CFTBuffer* pkg,
   if (pkg == nullptr) return kSendNoLink;
   const bool releases = on_refusal == FTOnRefusal::kRelease && release != nullptr;
   try {
-    const std::int32_t result = QueueOnLink(link_id, mode, [&](CFTMtSockSendThrd* link) {
-      return pkg->GetDataLen() == 0 ? kSendNoLink : link->QueuePkg(pkg, release, mode, priority);
-    });
+    const std::int32_t result = QueueOnLink(
+        link_id, pkg->GetDataLen(), mode,
+        [&](CFTMtSockSendThrd* link) { return link->QueuePkg(pkg, release, mode, priority); });
     if (result != kSendQueued && releases) release(pkg);
     return result;
   } catch (const std::bad_alloc&) {
@@ -73,13 +73,15 @@ std::int32_t CFTMtSockImpl::SendCopy(const std::string& link_id,
     for (int i = 0; i < count; ++i) pkg->Append(pieces[i].data, pieces[i].length);
     return SendPkg(link_id, pkg.release(), &ReleaseFTBuffer, mode, FTOnRefusal::kRelease, priority);
   }
-  return QueueOnLink(link_id, mode, [&](CFTMtSockSendThrd* link) {
-    return length == 0 ? kSendNoLink : link->QueueCopy(pieces, count, length, mode, priority);
+  return QueueOnLink(link_id, length, mode, [&](CFTMtSockSendThrd* link) {
+    return link->QueueCopy(pieces, count, length, mode, priority);
   });
 }
 
 template <typename Queue>
-std::int32_t CFTMtSockImpl::QueueOnLink(const std::string& link_id, FTSendMode mode, Queue queue) {
+std::int32_t CFTMtSockImpl::QueueOnLink(const std::string& link_id, std::int32_t length,
+                                        FTSendMode mode, Queue queue) {
+  if (length == 0) return kSendNoLink;
   if (Protocol().IsRunning() == 0) return kSendNotRunning;
   const bool limited = mode == FTSendMode::kWithinLimits;
   if (limited && m_state.queued_send_bytes >= FTEngineState::kSendBacklogLimit) return kSendTooMuch;

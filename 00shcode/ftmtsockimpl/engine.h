@@ -73,7 +73,8 @@ class CFTMtSockImpl : public CFTEngineThread {
   void ReleaseDueConnects();
   void StopLinks();
   template <typename Queue>
-  std::int32_t QueueOnLink(const std::string& link_id, FTSendMode mode, Queue queue);
+  std::int32_t QueueOnLink(const std::string& link_id, std::int32_t length, FTSendMode mode,
+                           Queue queue);
   CFTMtSockOneLinkThrd* FindLink(const std::string& link_id) FT_REQUIRES(m_table_lock);
 
   FTEngineState m_state;

@@ -25,6 +25,7 @@ TEST(Operations, AreRefusedBeforeTheThreadRunsAndAfterwards) {
     EXPECT_EQ(protocol.Connect("127.0.0.1", 1), "");
     EXPECT_EQ(protocol.Listen(nullptr, 0), "");
     ExpectRefused(protocol, "01000000", "package", FTSendMode::kForced, kSendNotRunning);
+    ExpectRefused(protocol, "01000000", "", FTSendMode::kForced, kSendNoLink);
   }
 }
 

@@ -176,7 +176,6 @@ TEST_F(Sending, IsRefusedOfNoPackageWithoutALinkThatIsUpAndBeyondTheEnginesBackl
     EXPECT_EQ(m_protocol.IsLinkUp(id), 0);
     ExpectRefused(m_protocol, id, "package", FTSendMode::kForced, kSendNoLink);
   }
-  ExpectRefused(m_protocol, link.id, "", FTSendMode::kForced, kSendNoLink);
   EXPECT_EQ(
       m_protocol.SendPkg(link.id, nullptr, nullptr, FTSendMode::kForced, FTOnRefusal::kRelease, 3),
       kSendNoLink);
