@@ -1,6 +1,7 @@
 #include "client/comm_thread.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "00shcode/mytoolkit/buffer.h"
@@ -66,8 +67,14 @@ std::int32_t CClientCommThread::SendRequest(const char* body, std::int32_t body_
   const CFTAutoLock guard(&m_link_lock, CFTRwLock::kRead);
   if (m_link_id.empty() || GetQueuedSendBytes() > kMostQueuedBytes) return -1;
   // Before the package is on its way: its answer ends the wait.
-  m_reply_wait_start.store(WallClockSeconds(), kRelaxed);
-  SendCopy(m_link_id, pieces, piece_count, FTSendMode::kForced, kRequestPriority);
+  std::int32_t now = WallClockSeconds();
+  const std::int32_t before = m_reply_wait_start.exchange(now, kRelaxed);
+  try {
+    SendCopy(m_link_id, pieces, piece_count, FTSendMode::kForced, kRequestPriority);
+  } catch (const std::bad_alloc&) {
+    m_reply_wait_start.compare_exchange_strong(now, before, kRelaxed);  // unless one was answered
+    throw;
+  }
   return 0;
 }
 

@@ -55,6 +55,11 @@ TEST_F(ClientFaults, WaitEndsWithTheLinkThatItClosed) {
 TEST_F(ClientFaults, OnlyWhatWasAskedAndNotAnsweredIsWaitedFor) {
   Peer peer = LinkWith(&m_server);
   EXPECT_EQ(m_client.AskData("refused", unsigned{INT_MAX} - 11), -1);
+  if (MemoryLimit::kCanBe) {
+    const Bytes body(100 << 20, 'x');
+    const MemoryLimit limit;
+    EXPECT_THROW(Ask(body), std::bad_alloc);
+  }
   m_wall.SetWallClock(60);
   EXPECT_EQ(NextWithoutAnswer(&peer, 600ms), std::nullopt);
 
