@@ -95,9 +95,11 @@ class alignas(64) BlockStack {
   void Tidy(std::size_t most) {
     Enter();
     const bool used = std::exchange(m_used, false);
-    Block* const surplus = used ? CutStock(most) : nullptr;
+    Block* freed = used ? m_freed.exchange(nullptr, std::memory_order_acquire) : nullptr;
+    Block* const surplus = used ? CutStock(most, &freed) : nullptr;
     Leave();
     FreeAll(surplus);
+    FreeAll(freed);
     if (!used) Empty();
   }
 
@@ -115,10 +117,15 @@ class alignas(64) BlockStack {
   }
   void Leave() { m_busy.store(false, std::memory_order_release); }
 
-  Block* CutStock(std::size_t most) {
-    Block* last = m_stock;
-    for (std::size_t i = 1; i < most && last != nullptr; ++i) last = last->next;
-    return last == nullptr ? nullptr : std::exchange(last->next, nullptr);
+  // What is behind the first so many. A stock that has fewer takes the other list in.
+  Block* CutStock(std::size_t most, Block** other) {
+    Block** end = &m_stock;
+    for (; most > 0; --most) {
+      if (*end == nullptr) *end = std::exchange(*other, nullptr);
+      if (*end == nullptr) return nullptr;
+      end = &(*end)->next;
+    }
+    return std::exchange(*end, nullptr);
   }
 
   std::atomic<Block*> m_freed{nullptr};
