@@ -124,7 +124,10 @@ TEST(MsgQueue, LosesAndReordersNothingOfSeveralPostersNorAQuit) {
       for (std::uintptr_t i = 0; i < round; ++i)
         queue.PostMsg(101U + static_cast<std::uint32_t>(poster), "", 1, i);
     });
-    queue.PostQuit();
+    std::vector<FTMsg> quit;
+    if (round % 2 == 0) quit.emplace_back(FTMSG_QUIT);
+    queue.PostAll("", 1, &quit);
+    if (round % 2 != 0) queue.PostQuit();
     queue.WaitThreadExit();
     for (const std::uintptr_t handled : queue.m_next) ASSERT_EQ(handled, round);
   }
