@@ -155,6 +155,10 @@ TEST(MsgQueue, GivesTheMemoryOfABurstBackWhenItIsIdle) {
   constexpr int kBurst = 300000;
   CrankedQueue queue;
   queue.SetIdleWaitMs(1);
+  Post(&queue, "", 15000);
+  EXPECT_EQ(queue.Cycle().size(), 10000U);
+  Post(&queue, "", 2000);
+  EXPECT_EQ(queue.Cycle().size(), 7000U) << "what has left made room for more";
   queue.Cycle();
   const std::size_t before = g_held;
   Post(&queue, "", kBurst);
