@@ -1,6 +1,7 @@
 // Windows of our own, for systems that have none.
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <signal.h>
 
 #include "client/ftwindow.h"
 #include "platform/message_window.h"
@@ -97,6 +98,25 @@ TEST(MessageWindow, EachMessageEndsTheWaitOfAnotherThread) {
     });
     ASSERT_EQ(done, 3) << "round " << round;
   }
+}
+
+TEST(MessageWindow, AWaitWithoutLimitOutlastsSignals) {
+  struct sigaction handling {};  // calls are not taken up again by themselves
+  handling.sa_handler = [](int) {};
+  struct sigaction before {};
+  sigaction(SIGUSR1, &handling, &before);
+  Window window;
+  WindowMessage message{};
+  auto result = WindowWait::kNoWindow;
+  std::thread waiter([&] { result = WaitWindowMessage(window.m_number, &message, -1); });
+  for (int i = 0; i < 1000; ++i) {
+    pthread_kill(waiter.native_handle(), SIGUSR1);
+    std::this_thread::yield();
+  }
+  window.Post(1);
+  waiter.join();
+  EXPECT_EQ(result, WindowWait::kTaken);
+  sigaction(SIGUSR1, &before, nullptr);
 }
 
 TEST(HostWindow, GivesItsDescriptorBackAndNobodyWaitsOnceItIsGone) {
