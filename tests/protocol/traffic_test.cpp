@@ -137,7 +137,8 @@ TEST(Throttle, ReadingWaitsWhileTooMuchWaitsForTheProtocolObject) {
 
 using Sending = Traffic;
 
-// While a blocker waits for the socket, everything else collects in the queue.
+// While a blocker that is a batch by itself waits for the socket, everything else collects in the
+// queue.
 TEST_F(Sending, BeginsAtOnceAndPriorityDecidesWhatFollowsAPackageThatFillsTheSocket) {
   auto link = Open();
   ASSERT_TRUE(m_protocol.Spaces().Take(10s));
@@ -146,7 +147,7 @@ TEST_F(Sending, BeginsAtOnceAndPriorityDecidesWhatFollowsAPackageThatFillsTheSoc
   EXPECT_EQ(link.peer.ReceivePackage(10s), "at once");
   EXPECT_LT(steady_clock::now() - begin, 400ms) << "an idle thread is woken";
 
-  const Bytes blocker = PatternBody(12000000);
+  const Bytes blocker = PatternBody(12500000);
   ASSERT_EQ(m_protocol.Send(link.id, blocker, 1), 0);
   for (const auto& [body, priority] : {std::pair("3a", 3),
                                        {"1a", 1},
