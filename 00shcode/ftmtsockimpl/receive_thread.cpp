@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::int32_t kCheckIntervalMs = 2000;
 constexpr std::int32_t kReadableWaitMs = 500;
-constexpr std::int64_t kLeastBacklogLimit = std::int64_t{4} << 20;  // bytes  // bytes
+constexpr std::int64_t kLeastBacklogLimit = std::int64_t{4} << 20;  // bytes
 constexpr std::int64_t kBacklogLimitPkgs = 4;
 constexpr std::int32_t kLongestPauseMs = 100;
 

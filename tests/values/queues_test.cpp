@@ -321,6 +321,22 @@ TEST(SendQueue, BatchesFollowThePrioritiesAndTheLimit) {
   }
 }
 
+TEST(SendQueue, AChunkEndsWhereTheNextPackageDoesNotFit) {
+  constexpr std::int32_t kThird = CFTSendQueue::kChunkBytes / 3 + 1;
+  const std::string package(kThird, 'x');
+  const platform::ConstBytePiece piece{package.data(), kThird};
+  CFTSendQueue queue;
+  for (int i = 0; i < 3; ++i) queue.AppendCopy(1, &piece, 1, kThird);
+  std::deque<FTSendItem> batch;
+  queue.TakeBatch(&batch);
+  std::vector<std::int32_t> lengths;
+  for (const FTSendItem& item : batch) {
+    lengths.push_back(item.buffer->GetDataLen());
+    item.Release();
+  }
+  EXPECT_EQ(lengths, (std::vector{2 * kThird, kThird}));
+}
+
 TEST(ServerList, TurnsGoRoundTheUsableServers) {
   const std::pair<std::vector<ServerEntry>, const char*> cases[] = {
       {{{"a", 1}, {"b", 2}, {"c", 65535}}, "abca"},
