@@ -1,13 +1,28 @@
 #include "client/client_slot.h"
 
+#include <new>
+
 #include "00shcode/mytoolkit/block_pool.h"
 #include "client/comm_thread.h"
 
 CClientCommThread* g_pClientCommThread = nullptr;
 
+namespace {
+
+// A client can be ended without memory for a message, too.
+void AskToQuit(CClientCommThread* client) {
+  try {
+    client->PostQuit();
+  } catch (const std::bad_alloc&) {
+    client->StopThread();
+  }
+}
+
+}  // namespace
+
 void ft::TearDownClient() {
   if (g_pClientCommThread == nullptr) return;
-  g_pClientCommThread->PostQuit();
+  AskToQuit(g_pClientCommThread);
   g_pClientCommThread->WaitThreadExit();
   delete g_pClientCommThread;
   g_pClientCommThread = nullptr;

@@ -2,6 +2,8 @@
 
 #include <climits>
 #include <cstdint>
+#include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -37,12 +39,19 @@ int CClientDataSource::Link(const char* host1, int port1, const char* host2, int
                             const char* host5, int port5, unsigned int window,
                             unsigned int message) {
   if (g_pClientCommThread != nullptr) return 0;
-  g_pClientCommThread = new CClientCommThread;
-  g_pClientCommThread->SetRecvWnd(window, message);
-  g_pClientCommThread->SetServers({MakeEntry(host1, port1), MakeEntry(host2, port2),
-                                   MakeEntry(host3, port3), MakeEntry(host4, port4),
-                                   MakeEntry(host5, port5)});
-  g_pClientCommThread->StartThread(0);
+  auto client = std::make_unique<CClientCommThread>();
+  client->SetRecvWnd(window, message);
+  client->SetServers({MakeEntry(host1, port1), MakeEntry(host2, port2), MakeEntry(host3, port3),
+                      MakeEntry(host4, port4), MakeEntry(host5, port5)});
+  // In the slot before it runs: who takes its first notification may ask it something.
+  g_pClientCommThread = client.get();
+  try {
+    client->StartThread(0);
+  } catch (const std::bad_alloc&) {
+    g_pClientCommThread = nullptr;
+    throw;
+  }
+  client.release();
   return 1;
 }
 
