@@ -39,13 +39,27 @@ void CFTSendQueue::TakeBatch(std::deque<FTSendItem>* batch) {
     while (!list.items.empty()) {
       const std::int32_t length = list.items.front().buffer->GetDataLen();
       if (length >= kBatchBytes && !first_list) return;
-      batch->push_back(list.items.front());
-      list.items.pop_front();
-      if (list.items.empty()) list.open_chunk = nullptr;
-      --m_count;
+      batch->push_back(TakeFirst(&list));
       total += length;
       if (total >= kBatchBytes) return;
     }
     first_list = false;
   }
+}
+
+bool CFTSendQueue::TakeOne(FTSendItem* item) {
+  for (List& list : m_lists) {
+    if (list.items.empty()) continue;
+    *item = TakeFirst(&list);
+    return true;
+  }
+  return false;
+}
+
+FTSendItem CFTSendQueue::TakeFirst(List* list) {
+  const FTSendItem item = list->items.front();
+  list->items.pop_front();
+  if (list->items.empty()) list->open_chunk = nullptr;
+  --m_count;
+  return item;
 }

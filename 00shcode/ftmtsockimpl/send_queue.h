@@ -39,6 +39,9 @@ class CFTSendQueue {
   // kBatchBytes or more that does not belong to the first priority served waits for a later batch.
   void TakeBatch(std::deque<FTSendItem>* batch);
 
+  // Takes the first item out; false when there is none. Needs no memory.
+  bool TakeOne(FTSendItem* item);
+
   bool IsEmpty() const { return m_count == 0; }
 
   // True once anything was queued, even when it has been taken since.
@@ -50,6 +53,7 @@ class CFTSendQueue {
     CFTBuffer* open_chunk = nullptr;  // the last item's, if it can take more packages
   };
 
+  FTSendItem TakeFirst(List* list);
   List& ListOf(std::int32_t priority);
 
   std::array<List, kLastPriority - kFirstPriority + 1> m_lists;

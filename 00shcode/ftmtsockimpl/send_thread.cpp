@@ -25,17 +25,21 @@ CFTMtSockSendThrd::CFTMtSockSendThrd(CFTLink* link)
   SetTimer(TIMER_SEND_CHECK, kCheckIntervalMs);
 }
 
+// Takes no memory: a client can be ended when there is none.
 CFTMtSockSendThrd::~CFTMtSockSendThrd() {
-  std::deque<FTSendItem> unsent;
-  {
-    const CFTScopedLock guard(&m_queue_lock);
-    while (!m_queue.IsEmpty()) m_queue.TakeBatch(&unsent);
-  }
-  unsent.insert(unsent.end(), m_send_list.begin(), m_send_list.end());
-  for (const FTSendItem& item : unsent) {
-    m_link->State().queued_send_bytes -= item.buffer->GetDataLen();
-    item.Release();
-  }
+  FTSendItem item{};
+  while (TakeUnsent(&item)) Drop(item);
+  for (const FTSendItem& sending : m_send_list) Drop(sending);
+}
+
+bool CFTMtSockSendThrd::TakeUnsent(FTSendItem* item) {
+  const CFTScopedLock guard(&m_queue_lock);
+  return m_queue.TakeOne(item);
+}
+
+void CFTMtSockSendThrd::Drop(const FTSendItem& item) {
+  m_link->State().queued_send_bytes -= item.buffer->GetDataLen();
+  item.Release();
 }
 
 std::int32_t CFTMtSockSendThrd::QueuePkg(CFTBuffer* pkg, FTReleaseFunction release, FTSendMode mode,

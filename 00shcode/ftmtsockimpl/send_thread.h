@@ -39,6 +39,8 @@ class CFTMtSockSendThrd : public CFTEngineThread {
   void OnLoop() override;
 
  private:
+  bool TakeUnsent(FTSendItem* item);
+  void Drop(const FTSendItem& item);
   template <typename Append>
   std::int32_t Queue(std::int32_t length, FTSendMode mode, Append append);
   bool IsEverythingSent();
