@@ -16,10 +16,14 @@ class WindowRegistry {
  public:
   std::uint32_t Create() {
     const std::lock_guard<std::mutex> guard(m_mutex);
+    m_idle.reserve(m_queues.size() + 1);  // for all that come back
     if (m_idle.empty()) m_idle.push_back(&m_queues.emplace_back());
     while (m_next == 0 || m_windows.count(m_next) != 0) ++m_next;
-    if (!m_idle.back()->Open(m_next)) return 0;
-    m_windows.emplace(m_next, m_idle.back());
+    const auto entry = m_windows.emplace(m_next, m_idle.back()).first;
+    if (!m_idle.back()->Open(m_next)) {
+      m_windows.erase(entry);
+      return 0;
+    }
     m_idle.pop_back();
     return m_next++;
   }

@@ -115,24 +115,27 @@ int WindowQueue::Descriptor(std::uint32_t window) {
 }
 
 void WindowQueue::Close() {
-  std::vector<Queued> unread;
+  std::vector<Queued> taken;
+  std::vector<Queued> posted;
+  std::size_t next = 0;
   {
     const Guard take_guard(&m_take_mutex);
     const Guard post_guard(&m_post_mutex);
     m_window = 0;
-    unread.assign(m_taken.begin() + static_cast<std::ptrdiff_t>(m_next), m_taken.end());
-    unread.insert(unread.end(), m_posted.begin(), m_posted.end());
-    std::vector<Queued>().swap(m_taken);
-    std::vector<Queued>().swap(m_posted);
-    m_next = 0;
+    taken.swap(m_taken);
+    posted.swap(m_posted);
+    next = std::exchange(m_next, 0);
     m_taken_count.store(m_posted_count);
     SignalDescriptor();  // who polls it sees that something happened
     close(std::exchange(m_descriptor, -1));
   }
   WakeWaiters(INT_MAX);
-  for (const Queued& queued : unread) {
-    if (queued.discard != nullptr) queued.discard(queued.post.w_param);
-  }
+  for (; next < taken.size(); ++next) Discard(taken[next]);
+  for (const Queued& queued : posted) Discard(queued);
+}
+
+void WindowQueue::Discard(const Queued& queued) {
+  if (queued.discard != nullptr) queued.discard(queued.post.w_param);
 }
 
 // A window that nobody polls costs no system calls.

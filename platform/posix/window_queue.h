@@ -37,7 +37,7 @@ class WindowQueue {
   WindowWait Wait(std::uint32_t window, WindowMessage* message, int timeout_ms);
   int Descriptor(std::uint32_t window);
 
-  // Discards what is queued, and makes the object ready for another window.
+  // Discards what is queued, without needing memory, and makes the object ready for another window.
   void Close();
 
  private:
@@ -62,6 +62,7 @@ class WindowQueue {
   bool WaitForArrival(std::uint32_t window, const timespec* deadline);
   std::size_t Count() const { return m_posted_count - m_taken_count; }
   void WakeWaiters(int count);
+  static void Discard(const Queued& queued);
   void RefillTaken();
   void SignalDescriptor();
   void ClearDescriptor();
