@@ -2,8 +2,10 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <new>
 
 #include "platform/platform.h"
@@ -44,10 +46,18 @@ BrokenPipeGuard::~BrokenPipeGuard() {
   errno = error;
 }
 
+// An interrupted wait goes on for what is left of it.
 bool WaitForStandardError(int timeout_ms) {
+  using Clock = std::chrono::steady_clock;
   static std::atomic<bool> nobody_reads{false};
+  const auto end = Clock::now() + std::chrono::milliseconds(nobody_reads ? 0 : timeout_ms);
   pollfd entry{STDERR_FILENO, POLLOUT, 0};
-  nobody_reads = poll(&entry, 1, nobody_reads ? 0 : timeout_ms) == 0;
+  int ready = 0;
+  do {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+    ready = poll(&entry, 1, std::max(static_cast<int>(left.count()), 0));
+  } while (ready < 0 && errno == EINTR);
+  nobody_reads = ready == 0;
   return !nobody_reads;
 }
 
