@@ -63,7 +63,7 @@ TEST_F(Faults, PackagesLeaveTogetherInPartsAndAreReleasedOnce) {
   EXPECT_EQ(link.peer.ReceiveExactly(35004, 10s), first + second + "mine");
   EXPECT_TRUE(protocol.CountersReturnToZero());
   EXPECT_TRUE(m_released.Reaches(2, 10s)) << m_released.Count();
-  EXPECT_EQ(m_faults.Sends(), 9U + 3 + 4);  // 35,004 bytes in parts of 4,000
+  EXPECT_EQ(m_faults.Calls(Call::kSend), 9U + 3 + 4);  // 35,004 bytes in parts of 4,000
   protocol.Stop();
   EXPECT_EQ(own->GetDataLen(), 0) << "without a release function it stays the sender's";
 }
@@ -73,7 +73,7 @@ TEST_F(Faults, AFailedSendEndsTheLinkAndItsPackagesAreReleasedOnce) {
   auto link = m_protocol.OpenLink(m_server);
   for (int i = 0; i < 3; ++i) Send(link.id, NewBuffer("lost"));
   EXPECT_EQ(m_protocol.WaitClosed(), FTCloseReason::kSendFailed);
-  EXPECT_EQ(m_faults.Sends(), 1U);
+  EXPECT_EQ(m_faults.Calls(Call::kSend), 1U);
   ExpectLines(m_protocol, "Link down", Lines{LinkDown(2688, "Send error, SslErrCode[0]")});
   EXPECT_TRUE(m_released.Reaches(3, 10s)) << m_released.Count();
 }
@@ -90,8 +90,8 @@ TEST_F(Faults, RoomIsReportedTwiceASecondBelowFourFifthsOfTheLimit) {
   EXPECT_GE(steady_clock::now() - begin, 1000ms);
 
   ASSERT_EQ(Send(link.id, NewNothing(160000000)), kSendQueued);
-  const std::size_t sends = m_faults.Sends();
-  ASSERT_TRUE(WaitUntil([&] { return m_faults.Sends() > sends + 20; }, 10s));
+  const std::size_t sends = m_faults.Calls(Call::kSend);
+  ASSERT_TRUE(WaitUntil([&] { return m_faults.Calls(Call::kSend) > sends + 20; }, 10s));
   while (const auto report = m_protocol.Spaces().Take(0ms))
     EXPECT_EQ(report->free_bytes, kQueueLimit) << "reports of the empty queue excepted";
   const auto second = m_protocol.OpenLink(m_server);

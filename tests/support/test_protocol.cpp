@@ -14,8 +14,8 @@ struct EngineAccess {
 };
 template struct EngineAccess<&CFTBaseSockIf::m_engine>;
 
-FTEngineState& TestProtocol::State() {
-  return EngineOf(*this).State();
+FTEngineState& StateOf(CFTBaseSockIf& protocol) {
+  return EngineOf(protocol).State();
 }
 
 }  // namespace testkit

@@ -66,6 +66,8 @@ struct SpaceReport {
   std::uint32_t thread = platform::CurrentThreadId();
 };
 
+FTEngineState& StateOf(CFTBaseSockIf& protocol);
+
 // A protocol on the engine whose packages are those of the wire format, and which writes down all
 // that the engine tells it.
 class TestProtocol : public CFTBaseSockIf {
@@ -151,7 +153,7 @@ class TestProtocol : public CFTBaseSockIf {
     return lines;
   }
 
-  FTEngineState& State();
+  FTEngineState& State() { return StateOf(*this); }
   bool CountersReturnToZero() {
     const auto& received = State().recv_backlog;
     const auto& queued = State().queued_send_bytes;

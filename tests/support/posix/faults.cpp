@@ -2,9 +2,11 @@
 
 #include <dlfcn.h>
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <climits>
 
 #define HOOK extern "C" __attribute__((weak))
 #define NEXT(function) reinterpret_cast<decltype(&function)>(dlsym(RTLD_NEXT, #function))
@@ -37,12 +39,26 @@ HOOK ssize_t recvmsg(int socket, msghdr* original, int flags) {
 
 HOOK int poll(pollfd* entries, nfds_t count, int timeout_ms) {
   static const auto next = NEXT(poll);
-  return SocketFaults::Meet(Call::kPoll) ? next(entries, count, timeout_ms) : -1;
+  const auto limit = SocketFaults::Meet(Call::kPoll);
+  if (limit && *limit < INT_MAX && timeout_ms > static_cast<int>(*limit)) {
+    timeout_ms = static_cast<int>(*limit);
+  }
+  return limit ? next(entries, count, timeout_ms) : -1;
 }
 
 HOOK int connect(int socket, const sockaddr* address, socklen_t length) {
   static const auto next = NEXT(connect);
   return SocketFaults::Meet(Call::kConnect) ? next(socket, address, length) : -1;
+}
+
+HOOK int socket(int domain, int type, int protocol) noexcept {
+  static const auto next = NEXT(socket);
+  return SocketFaults::Meet(Call::kSocket) ? next(domain, type, protocol) : -1;
+}
+
+HOOK int eventfd(unsigned int count, int flags) noexcept {
+  static const auto next = NEXT(eventfd);
+  return SocketFaults::Meet(Call::kDescriptor) ? next(count, flags) : -1;
 }
 
 HOOK int accept4(int socket, sockaddr* address, socklen_t* length, int flags) {
@@ -54,6 +70,8 @@ HOOK int accept4(int socket, sockaddr* address, socklen_t* length, int flags) {
 HOOK int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*main)(void*),
                         void* argument) noexcept {
   static const auto next = NEXT(pthread_create);
+  if (FaultFree::s_depth > 0) return next(thread, attributes, main, argument);
+  if (!SocketFaults::Meet(Call::kThread)) return errno;
   int left = ThreadLimit::s_left;
   while (left > 0 && !ThreadLimit::s_left.compare_exchange_weak(left, left - 1)) continue;
   if (left != 0) return next(thread, attributes, main, argument);

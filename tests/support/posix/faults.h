@@ -5,16 +5,18 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <fstream>
-#include <map>
 
 #include "tests/support/socket.h"
 
 namespace testkit {
 
-enum class Call { kSend, kReceive, kPoll, kConnect, kAccept };
+// kDescriptor: one for a signal between threads.
+enum class Call { kSend, kReceive, kPoll, kConnect, kAccept, kSocket, kDescriptor, kThread };
+constexpr std::size_t kCalls = static_cast<std::size_t>(Call::kThread) + 1;
 
 // While it lives, the library's socket calls behave as told.
 class SocketFaults {
@@ -22,37 +24,39 @@ class SocketFaults {
   SocketFaults() { Activate(this); }
   ~SocketFaults() { Activate(nullptr); }
 
-  // Each call (send or receive) moves at most this many bytes.
+  // Each call moves at most this many bytes; of poll: waits at most so many milliseconds.
   void AtMost(Call call, std::size_t bytes) {
     const Guard guard(s_lock);
-    m_plans[call].at_most = bytes;
+    PlanOf(call).at_most = bytes;
   }
-  // The next calls do nothing but fail with this errno value.
+  // The next calls do nothing but fail with this errno value; 0: they go well.
   void Fail(Call call, int error, int calls = 1) {
     const Guard guard(s_lock);
-    std::deque<int>& failures = m_plans[call].failures;
+    std::deque<int>& failures = PlanOf(call).failures;
     failures.insert(failures.end(), static_cast<std::size_t>(calls), error);
+  }
+  std::size_t Calls(Call call) {  // those that failed too
+    const Guard guard(s_lock);
+    return PlanOf(call).calls;
   }
   std::size_t Pending() const {
     const Guard guard(s_lock);
     std::size_t pending = 0;
-    for (const auto& [call, plan] : m_plans) pending += plan.failures.size();
+    for (const Plan& plan : m_plans) pending += plan.failures.size();
     return pending;
   }
-  std::size_t Sends() const {  // those that failed too
-    const Guard guard(s_lock);
-    return m_plans.at(Call::kSend).calls;
-  }
 
-  // How many bytes a call of this thread may move; nothing, and errno is set, when it fails.
+  // How much a call of this thread may move or wait; nothing, and errno is set, when it fails.
   static std::optional<std::size_t> Meet(Call call) {
     const Guard guard(s_lock);
     if (s_active == nullptr || FaultFree::s_depth > 0) return SIZE_MAX;
-    auto& [failures, at_most, calls] = s_active->m_plans[call];
+    auto& [failures, at_most, calls] = s_active->PlanOf(call);
     ++calls;
     if (failures.empty()) return at_most;
-    errno = failures.front();
+    const int error = failures.front();
     failures.pop_front();
+    if (error == 0) return at_most;
+    errno = error;
     return std::nullopt;
   }
 
@@ -65,6 +69,8 @@ class SocketFaults {
     std::size_t calls = 0;
   };
 
+  Plan& PlanOf(Call call) { return m_plans[static_cast<std::size_t>(call)]; }
+
   static void Activate(SocketFaults* faults) {
     const Guard guard(s_lock);
     s_active = faults;
@@ -73,7 +79,7 @@ class SocketFaults {
   static inline std::mutex s_lock;  // guards everything
   static inline SocketFaults* s_active = nullptr;
 
-  std::map<Call, Plan> m_plans;
+  std::array<Plan, kCalls> m_plans;  // by call: to look one up takes no memory
 };
 
 // While it lives the process can start only so many more threads.
