@@ -52,7 +52,7 @@ void SetUp() {
   dup2(nowhere, STDERR_FILENO);
   close(nowhere);
   if (__sanitizer_set_death_callback) __sanitizer_set_death_callback(&TellWhatWasPlayed);
-  for (const int signal : {SIGALRM, SIGABRT}) std::signal(signal, &OnSignal);
+  for (const int signal : {SIGALRM, SIGABRT, SIGPIPE}) std::signal(signal, &OnSignal);
   if (!__sanitizer_set_death_callback) std::signal(SIGSEGV, &OnSignal);
 }
 
