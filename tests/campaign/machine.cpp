@@ -65,12 +65,14 @@ void Machine::EndFaults() {
   m_calls.emplace().AtMost(Call::kPoll, 3);
 }
 
+// The pipe's one page is begun, so that no wait finds room. What a thread was about to write at
+// this moment still fits in behind.
 Machine::DeafStderr::DeafStderr() : m_original(dup(STDERR_FILENO)) {
-  if (m_original < 0 || pipe2(m_ends, O_CLOEXEC | O_NONBLOCK) != 0) return;
-  const std::string filling(4096, 'x');
-  while (write(m_ends[1], filling.data(), filling.size()) > 0) continue;
-  fcntl(m_ends[1], F_SETFL, 0);
-  dup2(m_ends[1], STDERR_FILENO);
+  constexpr int kPage = 4096;
+  if (m_original < 0 || pipe2(m_ends, O_CLOEXEC) != 0) return;
+  const std::string filling(kPage - 1000, 'x');
+  if (fcntl(m_ends[1], F_SETPIPE_SZ, kPage) != kPage) return;
+  if (write(m_ends[1], filling.data(), filling.size()) > 0) dup2(m_ends[1], STDERR_FILENO);
 }
 
 Machine::DeafStderr::~DeafStderr() {

@@ -19,7 +19,7 @@ class Machine {
   void LetPass(std::uint32_t milliseconds) { m_clock.Advance(milliseconds); }
 
  private:
-  // A pipe in the place of standard error, full, and without a reader.
+  // A pipe in the place of standard error, which nobody reads.
   class DeafStderr {
    public:
     DeafStderr();
