@@ -49,12 +49,7 @@ bool CFTLink::WaitWritable(std::int32_t timeout_ms) {
 
 void CFTLink::CloseSocket() {
   const CFTScopedLock guard(&m_socket_lock);
-  const FTSocket socket = m_socket.exchange(kNoSocket);
-  // A peer that has closed its side still gets what is on its way; every other link ends by a
-  // reset.
-  const bool in_order = socket != kNoSocket && GetCloseReason() == FTCloseReason::kRecvFailed;
-  if (in_order) platform::SetLinger(socket, false, 0);
-  FTSockClose(socket);
+  FTSockClose(m_socket.exchange(kNoSocket));
 }
 
 std::unique_ptr<FTLinkInfo> CFTLink::CopyInfo() const {
