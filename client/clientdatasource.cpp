@@ -3,7 +3,6 @@
 #include <climits>
 #include <cstdint>
 #include <memory>
-#include <new>
 #include <string>
 #include <vector>
 
@@ -47,7 +46,7 @@ int CClientDataSource::Link(const char* host1, int port1, const char* host2, int
   g_pClientCommThread = client.get();
   try {
     client->StartThread(0);
-  } catch (const std::bad_alloc&) {
+  } catch (...) {  // naming a type of the runtime would have the DLL export it
     g_pClientCommThread = nullptr;
     throw;
   }
