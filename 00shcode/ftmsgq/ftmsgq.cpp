@@ -8,7 +8,6 @@ namespace {
 
 constexpr std::int32_t kDefaultIdleWaitMs = 50;
 constexpr std::int32_t kQuota = 10000;
-constexpr std::size_t kIdleBatchCapacity = 1024;
 constexpr std::int32_t kSweepIntervalMs = 60000;
 
 FTMsg MakeMsg(std::uint32_t id, std::uintptr_t p1, std::uintptr_t p2, std::uintptr_t p3,
@@ -127,14 +126,13 @@ std::int32_t CFTMsgQ::OnMsgFields(std::uint32_t id, std::uint32_t param1, std::i
 }
 
 // True when nothing was handled. A handler may run a cycle of its own: that one goes on with the
-// batch under way, which keeps the order, and may collect further batches; so nothing but the index
-// is kept across a handler.
+// batch under way, which keeps the order, and may collect further batches.
 bool CFTMsgQ::ProcessMsgs(std::int32_t draining, std::int32_t wait_ms) {
   if (IsRunning() == 0) return false;
-  if (m_next == m_batch.size()) CollectMsgs(wait_ms);
-  const bool idle = m_batch.empty();
-  while (m_next < m_batch.size()) {
-    FTMsg msg = std::move(m_batch[m_next++]);
+  if (m_batch.IsEmpty()) CollectMsgs(wait_ms);
+  const bool idle = m_batch.IsEmpty();
+  while (!m_batch.IsEmpty()) {
+    FTMsg msg = m_batch.Pop();
     if (msg.id == FTMSG_QUIT) {
       CMyThread::StopThread();
     } else {
@@ -145,13 +143,11 @@ bool CFTMsgQ::ProcessMsgs(std::int32_t draining, std::int32_t wait_ms) {
 }
 
 void CFTMsgQ::CollectMsgs(std::int32_t wait_ms) {
-  m_batch.clear();
-  m_next = 0;
   const FTTime now = ft::GetTickTime();
   wait_ms = CollectTimers(now, wait_ms);
-  if (m_batch.empty() && wait_ms != 0 && IsQueueEmpty()) m_yield.Try();
+  if (m_batch.IsEmpty() && wait_ms != 0 && IsQueueEmpty()) m_yield.Try();
   const CFTScopedLock guard(&m_queue_lock);
-  if (m_batch.empty() && m_sub_queues.GetPendingCount() == 0 && wait_ms != 0) {
+  if (m_batch.IsEmpty() && m_sub_queues.GetPendingCount() == 0 && wait_ms != 0) {
     SleepUntilPosted(wait_ms);
   }
   if (m_sub_queues.GetPendingCount() > 0) m_sub_queues.Collect(kQuota, &m_batch);
@@ -167,7 +163,7 @@ bool CFTMsgQ::IsQueueEmpty() {
 }
 
 void CFTMsgQ::SleepUntilPosted(std::int32_t wait_ms) {
-  if (m_batch.capacity() > kIdleBatchCapacity) std::vector<FTMsg>().swap(m_batch);
+  m_batch.Shrink();
   m_sub_queues.Shrink();
   m_asleep = true;
   m_wake.WaitUnlocked(&m_queue_lock, static_cast<std::uint32_t>(wait_ms));

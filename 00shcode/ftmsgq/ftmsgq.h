@@ -1,12 +1,12 @@
 #pragma once
 
 #include <atomic>
-#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include "00shcode/ftmsgq/msg.h"
+#include "00shcode/ftmsgq/msg_fifo.h"
 #include "00shcode/ftmsgq/sub_queues.h"
 #include "00shcode/ftmsgq/timer_list.h"
 #include "00shcode/mytoolkit/event.h"
@@ -95,8 +95,7 @@ class CFTMsgQ : public CMyThread {
   // This thread's alone: the cycle under way.
   bool m_idle = true;
   platform::AdaptiveYield m_yield;
-  std::vector<FTMsg> m_batch;
-  std::size_t m_next = 0;  // in m_batch: the first message that nobody has handled
+  CFTMsgFifo m_batch;
 
   CFTLock m_queue_lock;
   CFTSubQueues m_sub_queues FT_GUARDED_BY(m_queue_lock);

@@ -1,12 +1,12 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "00shcode/ftmsgq/msg.h"
+#include "00shcode/ftmsgq/msg_fifo.h"
 
 namespace ft {
 
@@ -27,7 +27,7 @@ class CFTSubQueues {
 
   // Moves each sub-queue's share to the end of the batch. A quit message is the last one taken
   // from its sub-queue.
-  void Collect(std::int32_t quota, std::vector<FTMsg>* batch);
+  void Collect(std::int32_t quota, CFTMsgFifo* batch);
 
   // Forgets empty sub-queues, the one with the empty key excepted.
   void Sweep();
@@ -38,18 +38,14 @@ class CFTSubQueues {
   std::int32_t GetPendingCount() const { return m_pending; }
 
  private:
-  // First in, first out; what lies before head has been taken.
   struct SubQueue {
     std::int32_t weight = 1;
     std::int32_t quits = 0;
-    std::size_t head = 0;
-    std::vector<FTMsg> messages;
-
-    bool IsEmpty() const { return head == messages.size(); }
+    CFTMsgFifo messages;
   };
 
   SubQueue* Open(const std::string& key, std::int32_t weight);
-  void Take(SubQueue* sub_queue, std::int32_t share, std::vector<FTMsg>* batch);
+  void Take(SubQueue* sub_queue, std::int32_t share, CFTMsgFifo* batch);
 
   std::map<std::string, SubQueue> m_sub_queues;
   std::int32_t m_pending = 0;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "00shcode/ftmsgq/msg.h"
+#include "00shcode/ftmsgq/msg_fifo.h"
 #include "00shcode/mytoolkit/clock.h"
 
 // One-shot timers in the order of arming. Not locked.
@@ -16,7 +17,7 @@ class CFTTimerList {
   void Add(FTMsg timer, const FTTime& now);
 
   // Moves the due timers to the end of the batch; scans at most once in 10 ms.
-  void TakeDue(const FTTime& now, std::vector<FTMsg>* batch);
+  void TakeDue(const FTTime& now, CFTMsgFifo* batch);
 
   // How long until a timer may be due, at most so many ms; at least 1.
   std::int32_t MsUntilDue(const FTTime& now, std::int32_t most_ms) const;

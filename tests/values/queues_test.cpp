@@ -161,7 +161,8 @@ TEST(MsgQueue, GivesTheMemoryOfABurstBackWhenItIsIdle) {
   EXPECT_EQ(queue.Cycle().size(), 7000U) << "what has left made room for more";
   queue.Cycle();
   const std::size_t before = g_held;
-  Post(&queue, "", kBurst);
+  std::vector<FTMsg> burst(kBurst);
+  queue.PostAll("", 1, &burst);
   for (std::size_t handled = 0; handled < kBurst;) handled += queue.Cycle().size();
   EXPECT_GT(g_held, before + kBurst);
   for (int idle = 0; idle < 3; ++idle) queue.Cycle();
