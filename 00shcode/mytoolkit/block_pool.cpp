@@ -57,6 +57,12 @@ std::size_t SizeOf(std::uint32_t size_class) {
   return (kSmall << above / 4) / 4 * (5 + above % 4);
 }
 
+// Another core wrote the block last, and small ones lie in two lines of the cache.
+void Prefetch(const Block* block) {
+  __builtin_prefetch(block, 1);
+  __builtin_prefetch(reinterpret_cast<const char*>(block) + 64, 1);
+}
+
 // A plain count: nothing else depends on its order.
 std::atomic<std::size_t> g_counted{0};
 
@@ -85,7 +91,7 @@ class alignas(64) BlockStack {
     Block* const block = m_stock;
     if (block != nullptr) {
       m_stock = block->next;
-      __builtin_prefetch(m_stock, 1);  // another core wrote it last
+      Prefetch(m_stock);
     }
     Leave();
     return block;
