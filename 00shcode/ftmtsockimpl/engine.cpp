@@ -177,6 +177,7 @@ bool CFTMtSockImpl::Register(FTLinkThreadPtr link) {
     FTLinkThreadPtr& entry = m_links[link->Link().Info().link_id];
     if (entry != nullptr && !entry->Link().IsReportedDown()) return false;
     entry.swap(link);
+    m_last_found = nullptr;
   }
   Reap(std::move(link));
   return true;
@@ -190,6 +191,7 @@ FTLinkThreadPtr CFTMtSockImpl::Unregister(const FTLinkInfo& link) {
   if (found == m_links.end() || &found->second->Link().Info() != &link) return nullptr;
   FTLinkThreadPtr taken = std::move(found->second);
   m_links.erase(found);
+  m_last_found = nullptr;
   return taken;
 }
 
@@ -241,6 +243,9 @@ void CFTMtSockImpl::StopLinks() {
 }
 
 CFTMtSockOneLinkThrd* CFTMtSockImpl::FindLink(const std::string& link_id) {
-  const auto found = m_links.find(link_id);
-  return found == m_links.end() ? nullptr : found->second.get();
+  if (m_last_found == nullptr || m_last_found->Link().Info().link_id != link_id) {
+    const auto found = m_links.find(link_id);
+    m_last_found = found == m_links.end() ? nullptr : found->second.get();
+  }
+  return m_last_found;
 }

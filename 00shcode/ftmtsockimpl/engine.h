@@ -86,6 +86,8 @@ class CFTMtSockImpl : public CFTEngineThread {
   // after it has released the lock.
   CFTRwLock m_table_lock;
   std::map<std::string, FTLinkThreadPtr> m_links FT_GUARDED_BY(m_table_lock);
+  // Mostly one link is asked for over and over.
+  CFTMtSockOneLinkThrd* m_last_found FT_GUARDED_BY(m_table_lock) = nullptr;
 
   // Constant.
   std::unique_ptr<CFTMtSockWaitThrd> m_wait_thread;
