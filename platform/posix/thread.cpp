@@ -12,6 +12,7 @@
 
 #include "platform/platform.h"
 #include "platform/posix/futex.h"
+#include "platform/posix/futex_lock.h"
 #include "platform/posix/monotonic.h"
 
 namespace platform {
@@ -46,8 +47,8 @@ bool CreateThread(pthread_t* id, ThreadStart* start, int stack_bytes) {
   return created;
 }
 
-pthread_mutex_t* AsMutex(unsigned char* storage) {
-  return std::launder(reinterpret_cast<pthread_mutex_t*>(storage));
+RecursiveLock* AsMutex(unsigned char* storage) {
+  return std::launder(reinterpret_cast<RecursiveLock*>(storage));
 }
 
 struct EventState {
@@ -97,24 +98,18 @@ void YieldThread() {
 }
 
 Mutex::Mutex() {
-  static_assert(sizeof(pthread_mutex_t) <= sizeof m_storage && alignof(pthread_mutex_t) <= 8);
-  pthread_mutexattr_t attributes;
-  pthread_mutexattr_init(&attributes);
-  pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
-  pthread_mutex_init(new (m_storage) pthread_mutex_t, &attributes);
-  pthread_mutexattr_destroy(&attributes);
+  static_assert(sizeof(RecursiveLock) <= sizeof m_storage && alignof(RecursiveLock) <= 8);
+  new (m_storage) RecursiveLock;
 }
 
-Mutex::~Mutex() {
-  pthread_mutex_destroy(AsMutex(m_storage));
-}
+Mutex::~Mutex() = default;
 
 void Mutex::Lock() {
-  pthread_mutex_lock(AsMutex(m_storage));
+  AsMutex(m_storage)->Lock();
 }
 
 void Mutex::Unlock() {
-  pthread_mutex_unlock(AsMutex(m_storage));
+  AsMutex(m_storage)->Unlock();
 }
 
 Event::Event() {

@@ -21,8 +21,8 @@ thread_local AdaptiveYield t_yield;
 }  // namespace
 
 bool WindowQueue::Open(std::uint32_t window) {
-  const Guard take_guard(&m_take_mutex);
-  const Guard post_guard(&m_post_mutex);
+  const Guard take_guard(&m_take_lock);
+  const Guard post_guard(&m_post_lock);
   m_descriptor = AboveStandardStreams(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   if (m_descriptor < 0) return false;
   m_descriptor_used = false;
@@ -34,7 +34,7 @@ PostResult WindowQueue::Post(std::uint32_t window, const WindowPost* posts, std:
                              DiscardFunction discard) {
   std::size_t posted = 0;
   {
-    const Guard guard(&m_post_mutex);
+    const Guard guard(&m_post_lock);
     if (m_window != window) return {0, WindowState::kGone};
     posted = Append(posts, count, discard);
   }
@@ -74,7 +74,7 @@ WindowWait WindowQueue::Wait(std::uint32_t window, WindowMessage* message, int t
 }
 
 WindowWait WindowQueue::Take(std::uint32_t window, WindowMessage* message) {
-  const Guard guard(&m_take_mutex);
+  const Guard guard(&m_take_lock);
   if (m_window != window) return WindowWait::kNoWindow;
   if (Count() == 0) return WindowWait::kTimeOut;
   if (m_next == m_taken.size()) RefillTaken();
@@ -87,7 +87,7 @@ WindowWait WindowQueue::Take(std::uint32_t window, WindowMessage* message) {
 
 // The descriptor is readable while there is something in either list.
 void WindowQueue::RefillTaken() {
-  const Guard guard(&m_post_mutex);
+  const Guard guard(&m_post_lock);
   m_taken.clear();
   m_next = 0;
   m_taken.swap(m_posted);
@@ -108,7 +108,7 @@ bool WindowQueue::WaitForArrival(std::uint32_t window, const timespec* deadline)
 }
 
 int WindowQueue::Descriptor(std::uint32_t window) {
-  const Guard guard(&m_post_mutex);
+  const Guard guard(&m_post_lock);
   if (m_window != window) return -1;
   if (!std::exchange(m_descriptor_used, true) && Count() > 0) SignalDescriptor();
   return m_descriptor;
@@ -119,8 +119,8 @@ void WindowQueue::Close() {
   std::vector<Queued> posted;
   std::size_t next = 0;
   {
-    const Guard take_guard(&m_take_mutex);
-    const Guard post_guard(&m_post_mutex);
+    const Guard take_guard(&m_take_lock);
+    const Guard post_guard(&m_post_lock);
     m_window = 0;
     taken.swap(m_taken);
     posted.swap(m_posted);

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <pthread.h>
 #include <time.h>
 
 #include <atomic>
@@ -10,6 +9,7 @@
 
 #include "platform/message_window.h"
 #include "platform/platform.h"
+#include "platform/posix/futex_lock.h"
 
 namespace platform {
 
@@ -48,13 +48,13 @@ class WindowQueue {
 
   class Guard {
    public:
-    explicit Guard(pthread_mutex_t* mutex) : m_mutex(mutex) { pthread_mutex_lock(m_mutex); }
-    ~Guard() { pthread_mutex_unlock(m_mutex); }
+    explicit Guard(FutexLock* lock) : m_lock(lock) { m_lock->Lock(); }
+    ~Guard() { m_lock->Unlock(); }
     Guard(const Guard&) = delete;
     Guard& operator=(const Guard&) = delete;
 
    private:
-    pthread_mutex_t* const m_mutex;
+    FutexLock* const m_lock;
   };
 
   std::size_t Append(const WindowPost* posts, std::size_t count, DiscardFunction discard);
@@ -68,12 +68,12 @@ class WindowQueue {
   void ClearDescriptor();
 
   // What posters and takers write lies apart, so that neither slows the other down.
-  alignas(64) pthread_mutex_t m_take_mutex = PTHREAD_MUTEX_INITIALIZER;
+  alignas(64) FutexLock m_take_lock;
   std::vector<Queued> m_taken;  // under the take lock
   std::size_t m_next = 0;       // likewise: in m_taken, the first message that nobody has
   std::atomic<std::size_t> m_taken_count{0};  // of all times, wraps; written under the take lock
 
-  alignas(64) pthread_mutex_t m_post_mutex = PTHREAD_MUTEX_INITIALIZER;
+  alignas(64) FutexLock m_post_lock;
   std::vector<Queued> m_posted;  // under the post lock, as all that follows
   int m_descriptor = -1;
   bool m_descriptor_used = false;

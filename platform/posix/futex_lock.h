@@ -1,0 +1,65 @@
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+
+namespace platform {
+
+// A lock for the road that every package takes: free, it costs one instruction each way, and no
+// call. Not re-entrant.
+class FutexLock {
+ public:
+  FutexLock() = default;
+  FutexLock(const FutexLock&) = delete;
+  FutexLock& operator=(const FutexLock&) = delete;
+
+  void Lock() {
+    std::uint32_t state = kFree;
+    if (!m_state.compare_exchange_strong(state, kHeld, std::memory_order_acquire)) LockHeld();
+  }
+  void Unlock() {
+    if (m_state.exchange(kFree, std::memory_order_release) == kAwaited) WakeOne();
+  }
+
+ private:
+  static constexpr std::uint32_t kFree = 0;
+  static constexpr std::uint32_t kHeld = 1;
+  static constexpr std::uint32_t kAwaited = 2;  // held, and somebody may sleep
+
+  void LockHeld();
+  void WakeOne();
+
+  std::atomic<std::uint32_t> m_state{kFree};
+};
+
+// The same, re-entrant.
+class RecursiveLock {
+ public:
+  void Lock() {
+    const pthread_t self = pthread_self();
+    // Equal only if this thread wrote it, so no order matters.
+    if (m_owner.load(std::memory_order_relaxed) == self) {
+      ++m_depth;
+      return;
+    }
+    m_lock.Lock();
+    m_owner.store(self, std::memory_order_relaxed);
+  }
+  void Unlock() {
+    if (m_depth > 0) {
+      --m_depth;
+      return;
+    }
+    m_owner.store(pthread_t{}, std::memory_order_relaxed);
+    m_lock.Unlock();
+  }
+
+ private:
+  FutexLock m_lock;
+  std::uint32_t m_depth = 0;  // the holder's; of the locks that follow its first
+  std::atomic<pthread_t> m_owner{pthread_t{}};
+};
+
+}  // namespace platform
