@@ -72,8 +72,8 @@ class FTCLIENT_API CClientDataSource {
   void ChangeReceieveWnd(unsigned int window, unsigned int message);
 
   // Releases a body delivered to a window or an answer of GetBalanceServer; null is ignored. While
-  // 256 MiB (in a 32-bit process 128 MiB) in bodies of 4 KiB and more are out, further ones wait;
-  // if none comes back for a second, one more is posted.
+  // 256 MiB (in a 32-bit process 128 MiB) in bodies are out, further ones wait; if none comes back
+  // for a second, one more is posted. Only Windows counts bodies below 4 KiB.
   void FreeBuffer(char* buffer);
 
   // Asks a balance server (host name or address) one question of one byte. Blocks: at most about 8

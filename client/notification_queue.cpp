@@ -8,8 +8,8 @@ constexpr std::size_t kMostPostedTogether = 256;
 constexpr std::int64_t kMostBytesTogether = 65536;
 constexpr std::size_t kIdleCapacity = 1024;
 
-// Long bodies that the application may have before further ones are kept back. A 32-bit process
-// has less room.
+// Bodies that the application may have, as far as they count, before further ones are kept back. A
+// 32-bit process has less room.
 constexpr std::int64_t kMostWithApplication = std::int64_t{sizeof(void*) > 4 ? 256 : 128} << 20;
 // An application that returns none at all gets one more after this time.
 constexpr std::int64_t kPatienceMs = 1000;
@@ -24,8 +24,7 @@ std::int64_t BytesOf(const platform::WindowPost& post) {
 }
 
 std::int64_t CountedBytesOf(const platform::WindowPost& post) {
-  const bool counts = IsBody(post) && static_cast<std::size_t>(post.l_param) >= ft::kCountedBodyLen;
-  return counts ? post.l_param : 0;
+  return IsBody(post) ? ft::CountedBytesOf(static_cast<std::size_t>(post.l_param)) : 0;
 }
 
 void DiscardBody(std::uintptr_t body) {

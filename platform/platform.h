@@ -288,6 +288,9 @@ struct PostResult {
 // windows of a thread, unless they are set up otherwise.
 constexpr std::size_t kWindowCapacity = 10000;
 
+// False where more may wait.
+bool IsWindowCapacityFixed();
+
 // Posts them in their order behind whatever is queued for the window, until one cannot be posted;
 // nothing is kept of the others, and discard is not called for them. discard (may be null) serves
 // systems whose windows can be destroyed with messages still queued by us. Never blocks.

@@ -4,6 +4,8 @@
 #include <cstring>
 #include <new>
 
+#include "platform/platform.h"
+
 namespace {
 
 constexpr std::uint32_t kDefaultStorage = 32;
@@ -44,8 +46,8 @@ char* CFTBuffer::IntoBody(FTBufferPtr buffer, std::int32_t offset) {
     body = ft::AllocBody(length);
     std::memcpy(body, data, length);
   }
-  if (length >= ft::kCountedBodyLen) {
-    ft::CountBlock(body - kBodyInBlock, static_cast<std::uint32_t>(length));
+  if (const std::uint32_t bytes = ft::CountedBytesOf(length); bytes > 0) {
+    ft::CountBlock(body - kBodyInBlock, bytes);
   }
   return body;
 }
@@ -143,6 +145,11 @@ void ReleaseFTBuffer(CFTBuffer* buffer) {
 
 char* ft::AllocBody(std::size_t bytes) {
   return static_cast<char*>(ft::AllocBlock(kBodyInBlock + bytes)) + kBodyInBlock;
+}
+
+std::uint32_t ft::CountedBytesOf(std::size_t body_len) noexcept {
+  const bool counts = body_len >= kCountedBodyLen || !platform::IsWindowCapacityFixed();
+  return counts ? static_cast<std::uint32_t>(body_len + kBlockCost) : 0;
 }
 
 void ft::FreeBody(char* body) noexcept {

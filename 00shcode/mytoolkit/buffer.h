@@ -105,11 +105,14 @@ char* AllocBody(std::size_t bytes);
 void FreeBody(char* body) noexcept;
 
 // What a package or a body occupies beside its bytes, with what a pool's sizes add to a short one.
-constexpr std::int64_t kBlockCost = 112;
+constexpr std::uint32_t kBlockCost = 112;
 
-// Bodies from IntoBody that are so long are counted until they are freed: the bytes of all that the
-// process has. Any thread.
+// Bodies from IntoBody that are so long are counted until they are freed; so are shorter ones where
+// windows do not limit their number. What one of this length counts for; 0: it is not counted.
 constexpr std::size_t kCountedBodyLen = 4096;
+std::uint32_t CountedBytesOf(std::size_t body_len) noexcept;
+
+// What all of the process count for. Any thread.
 inline std::size_t CountedBodyBytes() noexcept {
   return CountedBytes();
 }

@@ -101,6 +101,10 @@ bool DestroyMessageWindow(std::uint32_t window) {
   return Registry().Destroy(window);
 }
 
+bool IsWindowCapacityFixed() {
+  return true;
+}
+
 PostResult PostToWindow(std::uint32_t window, const WindowPost* posts, std::size_t count,
                         DiscardFunction discard) {
   WindowQueue* const queue = Find(window);

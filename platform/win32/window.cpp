@@ -4,6 +4,10 @@
 
 namespace platform {
 
+bool IsWindowCapacityFixed() {
+  return false;
+}
+
 // The system keeps what is posted to a window that is destroyed, or discards it without a word, so
 // there is nobody who could call discard.
 PostResult PostToWindow(std::uint32_t window, const WindowPost* posts, std::size_t count,
