@@ -1,6 +1,5 @@
 #include "bench/endings/host.h"
 
-#include <chrono>
 #include <stdexcept>
 #include <string>
 
@@ -9,21 +8,14 @@
 
 namespace endings {
 
-Host::Host() : m_window(FTCreateWindow()) {}
-
-Host::~Host() {
-  m_source.UnLink();
-  FTDestroyWindow(m_window);
-}
-
 void Host::Link(std::uint16_t port) {
-  m_source.Link("127.0.0.1", port, "", 0, "", 0, "", 0, "", 0, m_window, 1);
+  m_source.Link("127.0.0.1", port, "", 0, "", 0, "", 0, "", 0, m_window.Get(), 1);
 }
 
 void Host::AwaitLinkEvent(int link_event) {
   FTWindowMsg msg{};
   for (;;) {
-    if (FTWaitMessage(m_window, &msg, versus::kPatienceMs) != 1) {
+    if (FTWaitMessage(m_window.Get(), &msg, versus::kPatienceMs) != 1) {
       throw std::runtime_error("no link event " + std::to_string(link_event));
     }
     if (msg.wParam == 0) break;
@@ -41,19 +33,12 @@ bool Host::Ask(const std::vector<char>& body) {
 
 bool Host::TakeBody(int wait_ms) {
   FTWindowMsg msg{};
-  if (FTWaitMessage(m_window, &msg, wait_ms) != 1) return false;
+  if (FTWaitMessage(m_window.Get(), &msg, wait_ms) != 1) return false;
   if (msg.wParam == 0) {
     throw std::runtime_error("unexpected link event " + std::to_string(msg.lParam));
   }
   m_source.FreeBuffer(reinterpret_cast<char*>(msg.wParam));
   return true;
-}
-
-double Host::UnLink() {
-  const auto begin = std::chrono::steady_clock::now();
-  m_source.UnLink();
-  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin)
-      .count();
 }
 
 }  // namespace endings

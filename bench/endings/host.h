@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "bench/endings/window.h"
 #include "client/clientdatasource.h"
 
 namespace endings {
@@ -10,8 +11,7 @@ namespace endings {
 // An application: the exported class and a window. Bodies that arrive are freed unseen.
 class Host {
  public:
-  Host();
-  ~Host();
+  Host() = default;
   Host(const Host&) = delete;
   Host& operator=(const Host&) = delete;
 
@@ -27,12 +27,13 @@ class Host {
   // link event comes.
   bool TakeBody(int wait_ms);
 
-  // The milliseconds that it took.
-  double UnLink();
+  void DestroyWindow() { m_window.Destroy(); }
+
+  void UnLink() { m_source.UnLink(); }
 
  private:
-  const unsigned int m_window;
-  CClientDataSource m_source;
+  Window m_window;
+  CClientDataSource m_source;  // destroyed first: it ends the client
 };
 
 }  // namespace endings

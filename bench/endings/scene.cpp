@@ -2,8 +2,9 @@
 
 #include <stdexcept>
 #include <string>
-#include <thread>
+#include <vector>
 
+#include "bench/endings/stop_watch.h"
 #include "client/clientdatasource.h"
 
 namespace endings {
@@ -13,14 +14,19 @@ namespace {
 constexpr std::size_t kBodyBytes = 16384;
 constexpr int kUnreadRequests = 2000;
 constexpr std::uint64_t kEndlessly = 1ULL << 40;
+constexpr char kImpossibleHeader[12] = {1, 0, 0, 0, '\x7F', '\xFF', '\xFF', '\xFF'};
 
 }  // namespace
 
+Scene::~Scene() {
+  if (m_closing.joinable()) m_closing.join();
+}
+
 void Scene::LinkUp(std::uint16_t port) {
-  const auto begin = Clock::now();
+  const StopWatch watch;
   m_host.Link(port);
   m_host.AwaitLinkEvent(LINK_EVENT_UP);
-  m_link_ms = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+  m_link_ms = watch.GetMs();
 }
 
 void Scene::LinkToOwnServer() {
@@ -33,6 +39,13 @@ void Scene::StartJob(const versus::Job& job) {
   LinkUp(m_server_port);
   const std::string command = job.Command();
   if (!m_host.Ask({command.begin(), command.end()})) throw std::runtime_error("refused job");
+}
+
+void Scene::StartPushes() {
+  versus::Job job;
+  job.size = kBodyBytes;
+  job.count = kEndlessly;
+  StartJob(job);
 }
 
 void Scene::Connecting(Time time) {
@@ -53,6 +66,20 @@ void Scene::Idle(Time time) {
   LinkToOwnServer();
   std::this_thread::sleep_for(time);
   m_host.TakeBody(0);
+}
+
+void Scene::BeingClosed(Time time) {
+  LinkToOwnServer();
+  m_closing = std::thread([this, time] {
+    std::this_thread::sleep_for(time);
+    m_peer.reset();
+  });
+}
+
+void Scene::ClosedByClient(Time time) {
+  LinkToOwnServer();
+  m_peer->SendAll(kImpossibleHeader, sizeof kImpossibleHeader);
+  std::this_thread::sleep_for(time);
 }
 
 void Scene::JustLost(Time time) {
@@ -86,15 +113,19 @@ void Scene::BothWays(Time time) {
 }
 
 void Scene::SlowWindow(Time time) {
-  versus::Job job;
-  job.size = kBodyBytes;
-  job.count = kEndlessly;
-  StartJob(job);
+  StartPushes();
   const auto end = Clock::now() + time;
   do {
     if (!m_host.TakeBody(versus::kPatienceMs)) throw std::runtime_error("missing body");
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   } while (Clock::now() < end);
+}
+
+void Scene::WindowDestroyed(Time time) {
+  StartPushes();
+  if (!m_host.TakeBody(versus::kPatienceMs)) throw std::runtime_error("missing body");
+  m_host.DestroyWindow();
+  std::this_thread::sleep_for(time);
 }
 
 }  // namespace endings
