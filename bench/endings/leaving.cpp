@@ -8,8 +8,8 @@
 #include <system_error>
 
 #include "bench/common/child.h"
+#include "bench/common/stop_watch.h"
 #include "bench/endings/scene.h"
-#include "bench/endings/stop_watch.h"
 
 namespace endings {
 
@@ -27,13 +27,13 @@ class Pipe {
   Pipe(const Pipe&) = delete;
   Pipe& operator=(const Pipe&) = delete;
 
-  void Send(const StopWatch& watch) const { (void)!write(m_ends[1], &watch, sizeof watch); }
+  void Send(const bench::StopWatch& watch) const { (void)!write(m_ends[1], &watch, sizeof watch); }
 
   // The other side has ended.
-  StopWatch Receive() {
+  bench::StopWatch Receive() {
     close(m_ends[1]);
     m_ends[1] = -1;
-    StopWatch watch;
+    bench::StopWatch watch;
     if (read(m_ends[0], &watch, sizeof watch) != sizeof watch) {
       throw std::runtime_error("a process ended too early");
     }
@@ -56,7 +56,7 @@ double TimeExit(std::uint16_t server_port, std::chrono::microseconds time, Objec
   Pipe pipe;
   bench::Child child([&] {
     MakeScene(server_port, object).BothWays(time);
-    pipe.Send(StopWatch());
+    pipe.Send(bench::StopWatch());
     std::exit(EXIT_SUCCESS);
   });
   if (!child.Wait()) throw std::runtime_error("a process ended badly");

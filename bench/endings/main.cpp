@@ -7,10 +7,10 @@
 #include <exception>
 #include <vector>
 
+#include "bench/common/stop_watch.h"
 #include "bench/endings/leaving.h"
 #include "bench/endings/scene.h"
 #include "bench/endings/series.h"
-#include "bench/endings/stop_watch.h"
 
 namespace {
 
@@ -44,7 +44,7 @@ void Measure(const endings::Options& options) {
       Scene scene(options.port);
       (scene.*state.enter)(time);
       if (const auto link_time = scene.GetLinkTime()) link_ms.push_back(*link_time);
-      const endings::StopWatch watch;
+      const bench::StopWatch watch;
       scene.UnLink();
       return watch.GetMs();
     });

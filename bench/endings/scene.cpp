@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "bench/endings/stop_watch.h"
+#include "bench/common/stop_watch.h"
 #include "client/clientdatasource.h"
 
 namespace endings {
@@ -23,7 +23,7 @@ Scene::~Scene() {
 }
 
 void Scene::LinkUp(std::uint16_t port) {
-  const StopWatch watch;
+  const bench::StopWatch watch;
   m_host.Link(port);
   m_host.AwaitLinkEvent(LINK_EVENT_UP);
   m_link_ms = watch.GetMs();

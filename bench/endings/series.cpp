@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "bench/endings/stop_watch.h"
+#include "bench/common/stop_watch.h"
 #include "bench/versus/usage.h"
 
 namespace endings {
@@ -49,7 +49,7 @@ void Series::AddRow(const std::string& name, std::vector<double>* times_ms) {
 // A thread that has been joined may stay in the system's list for a moment.
 void Series::CheckNothingIsLeft() const {
   constexpr double kPatienceMs = 5000;
-  const StopWatch watch;
+  const bench::StopWatch watch;
   while (m_self.GetThreadCount() > m_threads || m_self.GetDescriptorCount() > m_descriptors) {
     if (watch.GetMs() > kPatienceMs) {
       throw std::runtime_error(

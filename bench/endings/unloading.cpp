@@ -11,8 +11,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "bench/common/stop_watch.h"
 #include "bench/endings/series.h"
-#include "bench/endings/stop_watch.h"
 
 namespace {
 
@@ -48,7 +48,7 @@ class Module {
 double TimeUnloading(const std::string& path, std::uint16_t port, Series::Time time, End end) {
   const Module module(path);
   module.Get<void(std::uint16_t, long)>("EnterFlood")(port, time.count());
-  const endings::StopWatch watch;
+  const bench::StopWatch watch;
   if (end == End::kUnLink) module.Get<void()>("UnLink")();
   module.Close();
   const double result = watch.GetMs();

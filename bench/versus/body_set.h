@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -15,7 +16,9 @@ class BodySet {
 
   std::uint32_t GetCount() const { return static_cast<std::uint32_t>(m_bodies.size()); }
   // Message number n of a run carries this body.
-  const std::string& Of(std::uint64_t n) const { return m_bodies[n % m_bodies.size()]; }
+  const std::string& Of(std::uint64_t n) const {
+    return m_bodies[static_cast<std::size_t>(n % m_bodies.size())];
+  }
 
  private:
   std::vector<std::string> m_bodies;

@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-namespace endings {
+namespace bench {
 
 // Runs from its construction on.
 class StopWatch {
@@ -17,4 +17,4 @@ class StopWatch {
   const Clock::time_point m_begin = Clock::now();
 };
 
-}  // namespace endings
+}  // namespace bench
