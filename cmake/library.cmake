@@ -1,4 +1,10 @@
+include(GNUInstallDirs)
+
 set(FTCLIENT_PUBLIC_HEADERS client/clientdatasource.h)
+# Installed below include/ftclient, so that hosts write #include "client/..." as in this tree.
+set(FTCLIENT_INCLUDE_DIRECTORIES
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/ftclient>)
 if(WIN32)
   set(FTCLIENT_BACKEND platform/win32)
   set(FTCLIENT_SYSTEM_LIBRARIES ws2_32)
@@ -40,11 +46,16 @@ else()
   set(FTCLIENT_WHOLE_PROGRAM)
 endif()
 
-# Everything, inner classes included: for tools, tests and benches.
+# Everything, inner classes included: for tools, tests and benches. Hosts use it through the public
+# headers, as they do the shared library.
 add_library(ftclient_core STATIC $<TARGET_OBJECTS:ftclient_objects>)
-set_target_properties(ftclient_core PROPERTIES LINKER_LANGUAGE CXX)
+add_library(ftclient::static ALIAS ftclient_core)
+set_target_properties(ftclient_core PROPERTIES
+  LINKER_LANGUAGE CXX
+  OUTPUT_NAME ftclient
+  EXPORT_NAME static)
 target_compile_definitions(ftclient_core INTERFACE FTCLIENT_STATIC)
-target_include_directories(ftclient_core INTERFACE ${PROJECT_SOURCE_DIR})
+target_include_directories(ftclient_core INTERFACE ${FTCLIENT_INCLUDE_DIRECTORIES})
 target_link_libraries(ftclient_core PUBLIC ${FTCLIENT_SYSTEM_LIBRARIES})
 
 # What hosts load: only the names of the public headers are visible.
@@ -54,9 +65,7 @@ set_target_properties(ftclient PROPERTIES
   LINKER_LANGUAGE CXX
   VERSION ${PROJECT_VERSION}
   SOVERSION ${PROJECT_VERSION_MAJOR})
-target_include_directories(ftclient INTERFACE
-  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
-  $<INSTALL_INTERFACE:include/ftclient>)
+target_include_directories(ftclient INTERFACE ${FTCLIENT_INCLUDE_DIRECTORIES})
 target_link_libraries(ftclient PRIVATE ${FTCLIENT_SYSTEM_LIBRARIES})
 target_link_options(ftclient PRIVATE ${FTCLIENT_WHOLE_PROGRAM})
 if(WIN32)

@@ -1,38 +1,108 @@
 #!/bin/bash
-# A host in C++98 builds with the installed package, and runs.
-# usage: package_test.sh BUILD_DIRECTORY GENERATOR CXX
+# A host in C++98 builds with what cmake --install leaves, and inside a tree of its own, and runs:
+# each row of the table at the end is one way to find the library.
+# usage: package_test.sh BUILD_DIRECTORY GENERATOR CXX [TOOLCHAIN [EMULATOR]]    for Windows the latter
 set -euo pipefail
 
+build=$1 generator=$2 cxx=$3 toolchain=${4:-} emulator=${5:-}
+source=$(realpath "$(dirname "$0")/../..")
 work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+trap 'finish $?' EXIT
 cd "$work"
+way="cmake --install"
+prefix=$work/prefix
+flags=(-std=c++98 -pedantic -Wall -Wextra -Werror)
+export PKG_CONFIG_LIBDIR=$prefix/lib/pkgconfig LD_LIBRARY_PATH=$prefix/lib
 
-cmake --install "$1" --prefix "$work/prefix" >log
-cat >CMakeLists.txt <<'END'
+write_host() {
+  cat >CMakeLists.txt <<'END'
 cmake_minimum_required(VERSION 3.25)
 project(old_host LANGUAGES CXX)
-find_package(ftclient CONFIG REQUIRED)
-add_executable(old_host main.cpp)
-target_link_libraries(old_host PRIVATE ftclient::ftclient)
+if(FTCLIENT_SOURCE)
+  add_subdirectory(${FTCLIENT_SOURCE} ftclient)
+else()
+  find_package(ftclient 1.0 CONFIG REQUIRED)
+  find_package(ftclient 2 CONFIG QUIET)
+  if(ftclient_FOUND)
+    message(FATAL_ERROR "The package serves as one of another major version.")
+  endif()
+endif()
+foreach(kind ftclient static)
+  add_executable(host_${kind} main.cpp)
+  target_link_libraries(host_${kind} PRIVATE ftclient::${kind})
+endforeach()
 END
-cat >main.cpp <<'END'
+  cat >main.cpp <<'END'
 #include "client/clientdatasource.h"
+#ifndef _WIN32
 #include "client/ftwindow.h"
+#endif
 
-#if __cplusplus >= 201103L
+#if __cplusplus >= 201103L && !defined(_MSC_VER)
 #error "The package raises the host's language standard."
 #endif
 
 int main() {
-  const unsigned int window = FTCreateWindow();
+  unsigned int window = 0;
+#ifndef _WIN32
+  window = FTCreateWindow();
+#endif
   CClientDataSource client;
   client.Link("127.0.0.1", 1, 0, 0, 0, 0, 0, 0, 0, 0, window, 1);
-  return FTDestroyWindow(window);
+  return client.IsOnline();
 }
 END
-# CMake takes imported headers for system headers, whose warnings the compiler hides.
-CXXFLAGS="${CXXFLAGS-} -pedantic -Wall -Wextra -Werror" cmake -S . -B build -G "$2" \
-  -DCMAKE_CXX_COMPILER="$3" -DCMAKE_PREFIX_PATH="$work/prefix" -DCMAKE_CXX_STANDARD=98 \
-  -DCMAKE_CXX_EXTENSIONS=OFF -DCMAKE_NO_SYSTEM_FROM_IMPORTED=ON >log
-cmake --build build
-build/old_host
+}
+
+configure() { # directory, option...
+  # CMake takes imported headers for system headers, whose warnings the compiler hides.
+  cmake -S . -B "$1" -G "$generator" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_CXX_STANDARD=98 \
+    -DCMAKE_CXX_EXTENSIONS=OFF -DCMAKE_NO_SYSTEM_FROM_IMPORTED=ON -DCMAKE_BUILD_TYPE=None \
+    ${toolchain:+-DCMAKE_TOOLCHAIN_FILE="$toolchain"} "${@:2}"
+}
+
+with_find_package() { # kind
+  CXXFLAGS="${CXXFLAGS-} ${flags[*]:1}" configure found -Dftclient_DIR="$prefix/lib/cmake/ftclient"
+  cmake --build found --target "host_$1"
+  cp found/host_"$1"* host.exe
+}
+
+with_subdirectory() { # kind
+  configure inside -DFTCLIENT_SOURCE="$source"
+  cmake --build inside --target "host_$1"
+  cp inside/host_"$1"* host.exe
+}
+
+# A program for Windows brings its compiler's own libraries along in any case.
+with_pkg_config() { # -static, or -Bdynamic for the shared library
+  local options=()
+  [[ $1 != -static ]] || options=(--static)
+  "$cxx" ${CXXFLAGS-} "${flags[@]}" ${toolchain:+-static} main.cpp -o host.exe "${1/-B/-Wl,-B}" \
+    $(pkg-config "${options[@]}" --cflags --libs ftclient) ${toolchain:+-Wl,-Bstatic}
+}
+
+with_microsoft_abi() { # import library
+  clang++ --target=i686-pc-windows-msvc -ffreestanding -fno-exceptions "${flags[@]:1}" \
+    -I"$prefix/include/ftclient" -c main.cpp
+  "$cxx" -static main.o "$prefix/lib/$1" -o host.exe
+}
+
+finish() { # result
+  (($1 == 0)) || { cat log && echo "package_test: $way: failed"; }
+  rm -rf "$work"
+}
+
+write_host
+cmake --install "$build" --prefix "$prefix" >log
+ways=("find_package ftclient" "find_package static" "pkg_config -Bdynamic" "pkg_config -static"
+  "subdirectory ftclient")
+if [[ -n $toolchain ]]; then
+  ways+=("microsoft_abi ftclient.lib")
+  cp "$prefix"/bin/*.dll . # a program finds its DLL beside itself
+fi
+for way in "${ways[@]}"; do
+  (
+    "with_${way% *}" "${way#* }"
+    [[ -n $toolchain && -z $emulator ]] || $emulator ./host.exe
+  ) >log 2>&1
+done
