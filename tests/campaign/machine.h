@@ -1,43 +1,31 @@
 #pragma once
 
-#include "tests/campaign/schedule.h"
+#include <memory>
+
 #include "tests/support/clock.h"
-#include "tests/support/posix/faults.h"
 
 namespace campaign {
 
-// The machine under the client: its clocks, calls, descriptors, threads and standard error.
+struct MachineFaults;         // those that this system can have
+std::size_t HeapBytes();      // 0: the system does not tell
+std::size_t ResidentBytes();  // the same
+
+// The machine under the client: its tick clock and its faults.
 class Machine {
  public:
   Machine();
-  ~Machine() { EndFaults(); }
+  ~Machine();
 
-  // True when links may lose something by it.
-  bool Play(const Step& step);
+  MachineFaults& Faults() { return *m_faults; }
   void EndFaults();
-  bool LacksThreads() const { return m_threads.has_value(); }
+  bool LacksThreads() const;
   void LetPass(std::uint32_t milliseconds) { m_clock.Advance(milliseconds); }
 
+  static const std::uint32_t kTicksWhileIdle;  // for each millisecond that brings nothing
+
  private:
-  // A pipe in the place of standard error, which nobody reads.
-  class DeafStderr {
-   public:
-    DeafStderr();
-    ~DeafStderr();
-
-   private:
-    const int m_original;
-    int m_ends[2] = {-1, -1};
-  };
-
-  void BreakCall(const Step& step);
-
   testkit::ManualClock m_clock;
-  testkit::ClockShift m_wall;
-  std::optional<testkit::SocketFaults> m_calls;
-  std::optional<testkit::DescriptorLimit> m_descriptors;
-  std::optional<testkit::ThreadLimit> m_threads;
-  std::optional<DeafStderr> m_stderr;
+  const std::unique_ptr<MachineFaults> m_faults;
 };
 
 }  // namespace campaign

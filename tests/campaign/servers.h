@@ -1,28 +1,38 @@
 #pragma once
 
 #include "tests/campaign/oracle.h"
-#include "tests/campaign/schedule.h"
 #include "tests/support/client_test.h"
 
 namespace campaign {
 
-// All servers of a schedule, on one thread of their own beside the one that plays the steps.
+// One entry of the server list that the client is given. Behind the first entry, one without a port
+// ends the list.
+enum class Entry : std::uint8_t { kServer, kRefusing, kMute, kNoAddress, kNoPort };
+enum class End : std::uint8_t { kHalfClose, kClose, kReset };
+enum class Greeting : std::uint8_t { kPackage, kNothing, kHalfClose, kClose, kReset };
+enum class Answering : std::uint8_t { kAtOnce, kLater, kDeaf };
+
+// All servers of a schedule. What is sent or ended is the link that was accepted last, if any.
 class Servers {
  public:
   Servers(const std::vector<Entry>& entries, Oracle* oracle);
-  ~Servers();
 
   std::vector<testkit::Endpoint> Endpoints() const { return m_endpoints; }
   std::size_t FirstServer() const { return m_listening.front().entry; }
-  void Play(const Step& step);
+  std::size_t Usable() const { return m_usable; }  // of the entries, from the first on
+  void Turn();                                     // accepts, reads and answers what is there
+  void Set(Greeting greeting) { m_greeting = greeting; }
+  void Set(Answering answering) { m_answering = answering; }
   void Heal();  // greet, read and answer from now on, and end links that no answer can pass
-  void SendHeartbeats();
+
+  void SendPackage(std::size_t size, std::size_t piece = Bytes::npos);  // in pieces of this size
+  void SendForeign(const Bytes& body);
+  void SendBytes(const Bytes& bytes);
+  void SendGarbage(const Bytes& bytes);  // the client may lose the link by it
+  void EndLink(End how);
+  void SendHeartbeats();  // on all links
 
  private:
-  using Guard = std::lock_guard<std::mutex>;
-  enum class Greeting { kPackage, kNothing, kHalfClose, kClose, kReset };
-  enum class Answering { kAtOnce, kLater, kDeaf };
-
   struct Listening {
     std::size_t entry;
     testkit::ScriptedServer server;
@@ -30,31 +40,25 @@ class Servers {
   struct Link {
     std::uint32_t number;
     testkit::Peer peer;
-    std::vector<std::uint32_t> kept;  // requests that wait for their answers
+    std::vector<std::uint32_t> kept{};  // requests that wait for their answers
     bool sends = true, open = true, garbled = false;
   };
 
-  void Run();
+  Link* Last();
   void Greet(Link* link);
   void Serve(Link* link);
-  void Answer(Link* link);
-  void SendPackages(Link* link, std::uint32_t count, std::uint32_t most);
-  void SendOdd(Link* link, const Step& step);
-  void SendHostileLength(Link* link, const Step& step);
-  void End(Link* link, Act how);
+  void Finish(Link* link, End how);
   template <typename Action>
   void Try(Link* link, Action action);
 
   Oracle* const m_oracle;
   std::vector<testkit::Endpoint> m_endpoints;
+  std::size_t m_usable;
   std::list<Listening> m_listening;
   std::list<testkit::ClosedPort> m_closed;
-  std::mutex m_lock;  // guards what follows
   std::list<Link> m_links;
   Greeting m_greeting = Greeting::kPackage;
   Answering m_answering = Answering::kAtOnce;
-  std::atomic<bool> m_stopping{false};
-  std::thread m_thread;
 };
 
 }  // namespace campaign

@@ -5,8 +5,8 @@
 namespace campaign {
 
 // One fixed scenario (link, request, answer, loss, link again, end) with each of its fallible calls
-// failing, once and from then on. Throws std::runtime_error when the client does not cope.
-// Returns how often the scenario was played.
-int Torture();
+// failing, once and from then on. Throws a Fault when the client does not cope. Returns how often
+// the scenario was played. For systems whose calls can be made to fail.
+std::uint64_t Torture();
 
 }  // namespace campaign

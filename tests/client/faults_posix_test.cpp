@@ -7,6 +7,7 @@
 #include "client/client_slot.h"
 #include "client/comm_thread.h"
 #include "tests/support/client_test.h"
+#include "tests/support/memory_limit.h"
 #include "tests/support/posix/faults.h"
 
 namespace {
@@ -56,8 +57,8 @@ TEST_F(ClientFaults, OnlyWhatWasAskedAndNotAnsweredIsWaitedFor) {
   Peer peer = LinkWith(&m_server);
   EXPECT_EQ(m_client.AskData("refused", unsigned{INT_MAX} - 11), -1);
   if (MemoryLimit::kCanBe) {
-    const Bytes body(100 << 20, 'x');
-    const MemoryLimit limit;
+    const Bytes body(100000, 'x');
+    const MemoryLimit limit(1, 1000);
     EXPECT_THROW(Ask(body), std::bad_alloc);
   }
   m_wall.SetWallClock(60);

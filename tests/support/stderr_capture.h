@@ -11,6 +11,10 @@ extern "C" __attribute__((weak)) void __sanitizer_set_report_fd(void* fd);
 
 namespace testkit {
 
+inline void SendSanitizerReportsTo(std::intptr_t fd) {
+  if (__sanitizer_set_report_fd) __sanitizer_set_report_fd(reinterpret_cast<void*>(fd));
+}
+
 // Keeps what the process writes to standard error, reports of sanitizers excepted. One at a time.
 class StderrCapture {
  public:
@@ -40,10 +44,6 @@ class StderrCapture {
   }
 
  private:
-  static void SendSanitizerReportsTo(std::intptr_t fd) {
-    if (__sanitizer_set_report_fd) __sanitizer_set_report_fd(reinterpret_cast<void*>(fd));
-  }
-
   const std::filesystem::path m_file =
       std::filesystem::temp_directory_path() / ("stderr-" + std::to_string(getpid()));
   const int m_original = dup(STDERR_FILENO);

@@ -8,7 +8,6 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <fstream>
 
 #include "tests/support/socket.h"
 
@@ -106,32 +105,6 @@ class DescriptorLimit {
     setrlimit(RLIMIT_NOFILE, &limit);
   }
   ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &m_before); }
-
- private:
-  rlimit m_before{};
-};
-
-// While it lives the process can have only some MiB more memory. The sanitizers end a program that
-// runs out of it.
-class MemoryLimit {
- public:
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  static constexpr bool kCanBe = false;
-#else
-  static constexpr bool kCanBe = true;
-#endif
-
-  MemoryLimit() {
-    std::size_t pages = 0;
-    std::ifstream("/proc/self/statm") >> pages;
-    getrlimit(RLIMIT_AS, &m_before);
-    const rlim_t held = pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
-    const rlimit limit{held + (rlim_t{32} << 20), m_before.rlim_max};
-    setrlimit(RLIMIT_AS, &limit);
-  }
-  ~MemoryLimit() {
-    setrlimit(RLIMIT_AS, &m_before);
-  }
 
  private:
   rlimit m_before{};

@@ -1,0 +1,14 @@
+#include "tests/support/memory_limit.h"
+
+#include <cerrno>
+#include <cstddef>
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+extern "C" void* __libc_malloc(std::size_t bytes);
+
+extern "C" void* malloc(std::size_t bytes) {
+  if (!testkit::MemoryLimit::Refuses()) return __libc_malloc(bytes);
+  errno = ENOMEM;
+  return nullptr;
+}
+#endif
