@@ -95,23 +95,14 @@ void Host::AskTogether(int threads, std::uint32_t times, std::size_t size) {
 }
 
 void Host::AskBalance(std::size_t server, const std::function<void()>& meanwhile) {
-  Bytes name = m_servers[server].host;
-  char* answer = nullptr;
+  const auto& [name, port] = m_servers[server];
   m_oracle->Begin(m_usable, false);
-  const auto result = InTime("GetBalanceServer", [&] {
-    auto asking = std::async(std::launch::async, [&] {
-      return m_client.GetBalanceServer(name.data(), m_servers[server].port, 'A', &answer);
-    });
+  const auto answer = InTime("GetBalanceServer", [&, host = name, at = port] {
+    auto asking = std::async(&testkit::AskBalance, &m_client, host, at, 'A');
     while (asking.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) meanwhile();
     return asking.get();
   });
-  Require(!IsRunning(), "GetBalanceServer left a client");
-  Require(result.value_or(0) == (answer == nullptr ? 0 : 1), "an odd balance answer");
-  if (answer != nullptr) {
-    const Bytes length = {answer[3], answer[2], answer[1], answer[0]};
-    m_oracle->OnBody(Bytes(answer + 4, testkit::BigEndianAt(length, 0)));
-  }
-  m_client.FreeBuffer(answer);
+  if (answer && *answer) m_oracle->OnBody(**answer);
   m_oracle->End();
 }
 

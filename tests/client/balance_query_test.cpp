@@ -10,14 +10,7 @@ class BalanceQuery : public ClientTest {
  protected:
   // The answer's body; nothing without an answer.
   std::optional<Bytes> Query(std::string host, int port, char question = 'A') {
-    char* answer = host.data();
-    const int result = m_client.GetBalanceServer(host.data(), port, question, &answer);
-    EXPECT_EQ(g_pClientCommThread, nullptr);
-    EXPECT_EQ(result, answer == nullptr ? 0 : 1);
-    if (result != 1) return std::nullopt;
-    Bytes body(answer + 4, BigEndianAt({answer[3], answer[2], answer[1], answer[0]}, 0));
-    m_client.FreeBuffer(answer);
-    return body;
+    return AskBalance(&m_client, std::move(host), port, question);
   }
 
   void ExpectGivenUp(const OwnPort& port) {

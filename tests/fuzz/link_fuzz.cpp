@@ -2,13 +2,12 @@
 // all of them. Only a fault or the server ends the link, and nothing is left of it.
 #include "tests/fuzz/script.h"
 #include "tests/support/client_test.h"
-#include "tests/support/process.h"
 
 namespace {
 
 using namespace testkit;
 
-constexpr std::chrono::seconds kLimit(10);
+using fuzz::kLimit;
 
 class Host {
  public:
@@ -58,8 +57,5 @@ void Play(const std::vector<fuzz::Chunk>& script) {
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const HeldResources held;
-  Play(fuzz::ReadScript({data, size}));
-  EXPECT_TRUE(held.AreRestored(kLimit)) << held.Difference();
-  return 0;
+  return fuzz::PlayServer({data, size}, &Play);
 }

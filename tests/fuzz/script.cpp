@@ -1,5 +1,7 @@
 #include "tests/fuzz/script.h"
 
+#include "tests/support/process.h"
+
 int LLVMFuzzerInitialize(int*, char***) {
   GTEST_FLAG_SET(throw_on_failure, true);
   return 0;
@@ -52,6 +54,13 @@ std::vector<Chunk> ReadScript(Input input) {
     chunks.push_back({stream.substr(begin, is_last ? Bytes::npos : bytes), size >= 128});
   }
   return chunks;
+}
+
+int PlayServer(Input input, void (*play)(const std::vector<Chunk>& script)) {
+  const testkit::HeldResources held;
+  play(ReadScript(input));
+  EXPECT_TRUE(held.AreRestored(kLimit)) << held.Difference();
+  return 0;
 }
 
 Result PlainCutter::Feed(const Bytes& bytes, std::vector<Bytes>* packages) {

@@ -49,6 +49,11 @@ struct Chunk {
 // streams are rare, so that most inputs are quick.
 std::vector<Chunk> ReadScript(Input input);
 
+constexpr std::chrono::seconds kLimit(10);
+
+// For targets whose input is what a server sends; nothing may be left of a client. Always 0.
+int PlayServer(Input input, void (*play)(const std::vector<Chunk>& script));
+
 // Packages as the wire format says: a buffer of 2,048 bytes, or of the size of a longer package, is
 // filled and cut over and over. A fault drops all that lies in the buffer and the rest that is fed.
 class PlainCutter {

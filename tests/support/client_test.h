@@ -70,10 +70,26 @@ inline Endpoint At(const OwnPort& server) {
 inline int LinkClient(CClientDataSource* client, std::vector<Endpoint> servers, unsigned int window,
                       unsigned int message) {
   servers.resize(5);
-  const auto host = [&](std::size_t i) { return servers[i].host.c_str(); };
+  const auto host = [&](std::size_t i) {
+    return servers[i].host.empty() ? nullptr : servers[i].host.c_str();
+  };
   const auto port = [&](std::size_t i) { return servers[i].port; };
   return client->Link(host(0), port(0), host(1), port(1), host(2), port(2), host(3), port(3),
                       host(4), port(4), window, message);
+}
+
+// One question to a balance server: its answer's body, or nothing. Throws std::logic_error when the
+// result and the answer do not fit, or a client is left.
+inline std::optional<Bytes> AskBalance(CClientDataSource* client, std::string host, int port,
+                                       char question) {
+  char* answer = host.data();
+  const int result = client->GetBalanceServer(host.data(), port, question, &answer);
+  if (result != (answer == nullptr ? 0 : 1)) throw std::logic_error("an odd balance answer");
+  if (g_pClientCommThread != nullptr) throw std::logic_error("a balance question left a client");
+  if (answer == nullptr) return std::nullopt;
+  Bytes body(answer + 4, BigEndianAt({answer[3], answer[2], answer[1], answer[0]}, 0));
+  client->FreeBuffer(answer);
+  return body;
 }
 
 // A host application: the process's one client, unlinked at the end, and a window for it.
