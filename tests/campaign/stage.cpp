@@ -22,7 +22,7 @@ bool Stage::AwaitUp() {
 
 void Stage::LetPass(std::uint32_t ticks) {
   oracle.TicksPass(ticks);
-  machine.LetPass(ticks);
+  machine.clock.Advance(ticks);
   host.WakeClient();
 }
 

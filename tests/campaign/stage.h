@@ -1,7 +1,7 @@
 #pragma once
 
+#include "machine.h"  // of this system
 #include "tests/campaign/host.h"
-#include "tests/campaign/machine.h"
 #include "tests/campaign/servers.h"
 
 namespace campaign {

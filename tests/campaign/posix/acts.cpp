@@ -1,4 +1,3 @@
-#include "tests/campaign/posix/machine_faults.h"
 #include "tests/campaign/schedule.h"
 
 namespace campaign {
@@ -17,18 +16,18 @@ void BreakCalls(Stage& s, u32 a, u32 b) {
   const auto& [call, error] = kBroken[a % std::size(kBroken)];
   s.oracle.SpoilAll();
   s.oracle.SpoilNewLinks(true);
-  s.machine.Faults().calls->Fail(call, error, 1 + int(b % 3));
+  s.machine.calls->Fail(call, error, 1 + int(b % 3));
 }
 
 void ShiftWallClock(Stage& s, u32, u32) {
   s.oracle.WatchdogMayBite();
   s.oracle.SpoilAll();
-  s.machine.Faults().wall.SetWallClock(9);
+  s.machine.wall.SetWallClock(9);
 }
 
 void Interrupt(Stage& s, u32, u32 b) {
   for (const Call call : {Call::kPoll, Call::kSend, Call::kReceive, Call::kConnect}) {
-    s.machine.Faults().calls->Fail(call, EINTR, 1 + int(b % 4));
+    s.machine.calls->Fail(call, EINTR, 1 + int(b % 4));
   }
 }
 
@@ -37,8 +36,8 @@ Call SendOrReceive(u32 a) {
 }
 
 void LimitThreads(Stage& s, u32 a, u32) {
-  s.machine.Faults().threads.reset();
-  s.machine.Faults().threads.emplace(int(a % 7));
+  s.machine.threads.reset();
+  s.machine.threads.emplace(int(a % 7));
   s.crippled = true;
 }
 
@@ -49,7 +48,7 @@ std::vector<Act> SystemActs() {
       {"wall-clock", 2, &ShiftWallClock},
       {"no-descriptors", 1,
        [](Stage& s, u32, u32) {
-         auto& limit = s.machine.Faults().descriptors;
+         auto& limit = s.machine.descriptors;
          if (!limit) limit.emplace();
        }},
       {"few-threads", 1, &LimitThreads},
@@ -58,18 +57,16 @@ std::vector<Act> SystemActs() {
          s.host.FailAllocations(1 + int(a % 30), b % 2 == 0 ? 1 : 1000);
        }},
       {"short-calls", 2,
-       [](Stage& s, u32 a, u32 b) {
-         s.machine.Faults().calls->AtMost(SendOrReceive(a), 1 + b % 2000);
-       }},
+       [](Stage& s, u32 a, u32 b) { s.machine.calls->AtMost(SendOrReceive(a), 1 + b % 2000); }},
       {"interruptions", 2, &Interrupt},
       {"again", 2,
        [](Stage& s, u32 a, u32 b) {
-         s.machine.Faults().calls->Fail(SendOrReceive(a), EAGAIN, 1 + int(b % 200));
+         s.machine.calls->Fail(SendOrReceive(a), EAGAIN, 1 + int(b % 200));
        }},
       {"broken-calls", 3, &BreakCalls},
       {"deaf-stderr", 1,
        [](Stage& s, u32, u32) {
-         auto& deaf = s.machine.Faults().deaf_stderr;
+         auto& deaf = s.machine.deaf_stderr;
          if (!deaf) deaf.emplace();
        }},
   };

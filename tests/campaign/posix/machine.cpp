@@ -1,33 +1,20 @@
-#include "tests/campaign/machine.h"
+#include "machine.h"
 
 #include <fcntl.h>
 #include <malloc.h>
 
-#include "tests/campaign/posix/machine_faults.h"
 #include "tests/support/stderr_capture.h"
 
 namespace campaign {
 
-const std::uint32_t Machine::kTicksWhileIdle = 500;
-
-Machine::Machine() : m_faults(std::make_unique<MachineFaults>()) {
-  EndFaults();
-}
-
-Machine::~Machine() = default;
-
-bool Machine::LacksThreads() const {
-  return m_faults->threads.has_value();
-}
-
 // No wait for a socket lasts longer than a few milliseconds of the real time, in which the tick
 // clock may pass by minutes.
 void Machine::EndFaults() {
-  m_faults->deaf_stderr.reset();
-  m_faults->descriptors.reset();
-  m_faults->threads.reset();
-  m_faults->calls.reset();
-  m_faults->calls.emplace().AtMost(testkit::Call::kPoll, 3);
+  deaf_stderr.reset();
+  descriptors.reset();
+  threads.reset();
+  calls.reset();
+  calls.emplace().AtMost(testkit::Call::kPoll, 3);
 }
 
 // The pipe's one page is begun, so that no wait finds room. What a thread was about to write at

@@ -2,7 +2,6 @@
 
 #include <iostream>
 
-#include "tests/campaign/posix/machine_faults.h"
 #include "tests/campaign/stage.h"
 #include "tests/support/process.h"
 
@@ -53,7 +52,7 @@ int PlayWith(const Kind& kind, int nth, int count) {
   int calls = kAllocations;
   {
     Stage stage({Entry::kServer, Entry::kServer});  // the second link needs not the first's end
-    auto& faults = *stage.machine.Faults().calls;
+    auto& faults = *stage.machine.calls;
     if (kind.call && nth > 0) {
       faults.Fail(*kind.call, 0, nth - 1);
       faults.Fail(*kind.call, kind.error, count);
