@@ -61,6 +61,8 @@ void LetPass(Stage& s, u32 a, u32) {
 const Act kActs[] = {
     {"packages", 12, [](Stage& s, u32 a, u32 b) { SendPackages(s, 1 + a % 40, 1 + b % 3000); }},
     {"flood", 2, [](Stage& s, u32 a, u32 b) { SendPackages(s, 500 + a % 1000, 1 + b % 200); }},
+    {"window-full", 1,
+     [](Stage& s, u32 a, u32 b) { SendPackages(s, 11000 + a % 1000, 1 + b % 500); }},
     {"large-package", 2,
      [](Stage& s, u32 a, u32 b) { s.servers.SendPackage(a % 4 ? b % 400000 : kLargestBody); }},
     {"single-bytes", 2, [](Stage& s, u32 a, u32) { s.servers.SendPackage(a % 40, 1); }},

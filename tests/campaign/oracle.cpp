@@ -90,7 +90,7 @@ void Oracle::OnEvent(std::intptr_t link_event) {
   Require(link_event >= LINK_EVENT_UP && link_event <= LINK_EVENT_CLOSED, "an unknown event");
   Require(m_blind || m_state != (closes ? State::kDown : State::kUp),
           closes ? "the end of no link" : "news of a connect while a link is up");
-  if (closes) CheckComplete();
+  if (closes) CheckEnd();
   m_losses += closes ? 1 : 0;
   m_current = 0;
   m_state = link_event == LINK_EVENT_UP ? State::kUp : State::kDown;
@@ -123,11 +123,11 @@ void Oracle::CheckTurn(std::uint32_t number) {
   Require(m_events_lost || m_blind || m_links[number - 1].entry == turn, "a server out of turn");
 }
 
-void Oracle::CheckComplete() {
+void Oracle::CheckEnd() {
   if (m_current == 0 || m_watchdog || Clock::now() - m_begin > kPatience) return;
   const Link& link = m_links[m_current - 1];
-  Require(!link.in_order || link.spoiled || link.next == link.sent,
-          "a link that ended in order lost its last packages");
+  Require(link.spoiled || link.in_order, "a link that is well has ended");
+  Require(link.spoiled || link.next == link.sent, "a link that ended in order lost packages");
 }
 
 }  // namespace campaign

@@ -22,7 +22,8 @@ inline void Require(bool condition, const char* what) {
 // the order of two threads decides, both outcomes are right.
 class Oracle {
  public:
-  // What the servers do. A link that was spoiled may lose packages, the others may not.
+  // What the servers do. A link that was spoiled may end and lose packages, the
+  // others may not.
   std::uint32_t AddLink(std::size_t entry);
   Bytes MakePackage(std::uint32_t link, std::size_t size, std::uint32_t request = 0);
   void AddForeign(const Bytes& body) { ++m_foreign[body]; }  // a package without a number
@@ -64,7 +65,7 @@ class Oracle {
   };
 
   void CheckTurn(std::uint32_t number);
-  void CheckComplete();
+  void CheckEnd();
 
   std::vector<Link> m_links;  // number 1 first
   std::map<Bytes, int> m_foreign;

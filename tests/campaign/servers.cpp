@@ -4,6 +4,8 @@ namespace campaign {
 
 namespace {
 
+constexpr std::size_t kNever = 99;  // no entry's turn
+
 using Milliseconds = std::chrono::milliseconds;
 
 // As long as the process: filling the backlog takes half a second.
@@ -28,13 +30,16 @@ Servers::Servers(const std::vector<Entry>& entries, Oracle* oracle) : m_oracle(o
         m_endpoints.push_back(testkit::At(MutePort()));
         break;
       case Entry::kNoAddress:
-        m_endpoints.push_back({"localhost", 1});
+        m_listening.emplace_back().entry = kNever;
+        m_endpoints.push_back({"localhost", m_listening.back().server.Port()});
         break;
       case Entry::kNoPort:
         m_endpoints.push_back({"127.0.0.1", 0});
     }
   }
   const auto end = std::find(entries.begin() + 1, entries.end(), Entry::kNoPort);
+  m_first = static_cast<std::size_t>(std::find(entries.begin(), entries.end(), Entry::kServer) -
+                                     entries.begin());
   m_usable = std::min<std::size_t>(end - entries.begin(), 5);
 }
 

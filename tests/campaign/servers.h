@@ -18,7 +18,7 @@ class Servers {
   Servers(const std::vector<Entry>& entries, Oracle* oracle);
 
   std::vector<testkit::Endpoint> Endpoints() const { return m_endpoints; }
-  std::size_t FirstServer() const { return m_listening.front().entry; }
+  std::size_t FirstServer() const { return m_first; }
   std::size_t Usable() const { return m_usable; }  // of the entries, from the first on
   void Turn();                                     // accepts, reads and answers what is there
   void Set(Greeting greeting) { m_greeting = greeting; }
@@ -53,7 +53,7 @@ class Servers {
 
   Oracle* const m_oracle;
   std::vector<testkit::Endpoint> m_endpoints;
-  std::size_t m_usable;
+  std::size_t m_first, m_usable;
   std::list<Listening> m_listening;
   std::list<testkit::ClosedPort> m_closed;
   std::list<Link> m_links;

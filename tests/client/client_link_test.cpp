@@ -86,24 +86,6 @@ TEST_F(ClientLink, CopiesActOnTheSameClientAndNewObjectsOnNoneUntilTheyLink) {
   EXPECT_NE(peer.WaitClosed(5s), LinkEnd::kStillOpen);
 }
 
-TEST_F(ClientLink, ServersTakeTurnsAndAddressesThatCannotBeFailAtOnce) {
-  FastClock fast(3);
-  ScriptedServer first, second, never;
-  const int port = never.Port();
-  EXPECT_EQ(
-      m_client.Link(never.Host(), 0, nullptr, port, first.Host(), first.Port(), "localhost", port,
-                    second.Host(), second.Port(), m_window.Handle(), m_window.Message()),
-      1);
-  for (ScriptedServer* const server : {&first, &second, &first}) {
-    for (int i = server == &first ? 2 : 1; i > 0; --i)
-      EXPECT_EQ(m_window.Next(3s), ConnectFailed());
-    Peer peer = TakeLink(server);
-    server == &first ? peer.Close() : peer.Reset();
-    EXPECT_EQ(m_window.Next(5s), LinkClosed());
-  }
-  EXPECT_EQ(never.TryAccept(0ms), std::nullopt) << "a host that is no address was linked to";
-}
-
 // UnLink and the end of the process give back all that the client held, at any moment.
 class ClientLifetime : public ClientTest {
  protected:

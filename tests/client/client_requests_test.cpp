@@ -46,15 +46,6 @@ TEST_F(ClientRequests, AreRefusedWhenTheServerLeavesTooMuchUnread) {
   EXPECT_EQ(m_client.IsOnline(), 1);
 }
 
-TEST_F(ClientRequests, AnswersAreDeliveredInOrderWithTheirLengths) {
-  EchoServer server;
-  LinkWith(server);
-  const std::size_t sizes[] = {0, 1, 2, 4, 11, 12, 13, 255, 10240, 65535, 70000, 300000};
-  const auto body = [&](std::uint32_t i) { return PatternBody(sizes[i % std::size(sizes)], i); };
-  for (std::uint32_t i = 0; i < 240; ++i) ASSERT_EQ(Ask(body(i)), 0);
-  for (std::uint32_t i = 0; i < 240; ++i) ASSERT_TRUE(m_window.Next(10s) == Package(body(i))) << i;
-}
-
 TEST_F(ClientRequests, HeartbeatsAndDamagedPackagesVanishSilentlyAndForeignMarksDoNot) {
   FastClock fast(20);
   StderrCapture lines;
@@ -156,25 +147,6 @@ TEST_F(ClientRequests, WithoutAWindowPackagesAreQueuedAndInTheEndTheServerWaits)
     m_client.FreeBuffer(kept);
     m_client.UnLink();
   }
-}
-
-TEST_F(ClientRequests, DestroyedWindowStopsNeitherTheLinkNorItsSuccessor) {
-  EchoServer server;
-  LinkWith(server);
-  const Bytes big = PatternBody(20000);
-  for (int i = 0; i < 500; ++i) {
-    EXPECT_EQ(Ask(big), 0);
-    if (i == 250) {
-      EXPECT_EQ(m_window.Next(5s), Package(big));
-      m_window.Destroy();  // with packages in it, and more on their way
-    }
-  }
-  EXPECT_TRUE(server.WaitForPackages(500, 10s));
-
-  ClientWindow next(&m_client, 0x0500);
-  m_client.ChangeReceieveWnd(next.Handle(), next.Message());
-  EXPECT_EQ(Ask("for the next window"), 0);
-  EXPECT_TRUE(next.WaitFor(Package("for the next window"), 10s));
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 // What needs clocks and a system that the test can bend. A request without an answer ends its link.
 // The wait is counted in whole seconds of the wall clock and looked at on a timer of the tick
 // clock; the tests move each by itself.
-#include <fcntl.h>
-
 #include "00shcode/mytoolkit/clock.h"
 #include "client/client_slot.h"
 #include "client/comm_thread.h"
@@ -96,25 +94,6 @@ TEST_F(ClientFaults, RequestDuringTheConnectIsLostAndEndsTheConnect) {
   Peer peer = TakeLink(&m_server);
   EXPECT_EQ(Ask("sent"), 0);
   EXPECT_EQ(peer.ReceivePackage(5s), "sent");
-}
-
-// The line about the link that the watchdog closes finds a standard error that nobody reads.
-TEST_F(ClientFaults, AStandardErrorThatNobodyReadsStopsNoCallOfTheApplication) {
-  Peer peer = LinkWith(&m_server);
-  int pipe_ends[2];
-  ASSERT_EQ(pipe2(pipe_ends, O_CLOEXEC), 0);
-  const int room = fcntl(pipe_ends[1], F_SETPIPE_SZ, 4096);
-  const Bytes filling(static_cast<std::size_t>(room), 'x');
-  ASSERT_EQ(write(pipe_ends[1], filling.data(), filling.size()), room);
-  const int own = dup(STDERR_FILENO);
-  dup2(pipe_ends[1], STDERR_FILENO);
-  EXPECT_EQ(Ask("?"), 0);
-  m_wall.SetWallClock(kTooLongSec);
-  EXPECT_TRUE(WaitUntil([&] { return m_client.IsOnline() == 0; }, 10s));
-  EXPECT_LE(Ask("?"), 0);
-  m_client.UnLink();
-  dup2(own, STDERR_FILENO);
-  for (const int descriptor : {own, pipe_ends[0], pipe_ends[1]}) close(descriptor);
 }
 
 // The client's own thread, the engine with its three, and two for a link.

@@ -1,4 +1,4 @@
-// Queues of messages, turned by hand, and the lists of the engine and the client.
+// Queues of messages, turned by hand, and the lists of the engine.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -8,7 +8,6 @@
 #include "00shcode/ftmsgq/typed_msg.h"
 #include "00shcode/ftmtsockimpl/connect_schedule.h"
 #include "00shcode/ftmtsockimpl/send_queue.h"
-#include "client/server_list.h"
 #include "tests/support/clock.h"
 #include "tests/support/stderr_capture.h"
 #include "tests/support/threads.h"
@@ -336,24 +335,6 @@ TEST(SendQueue, AChunkEndsWhereTheNextPackageDoesNotFit) {
     item.Release();
   }
   EXPECT_EQ(lengths, (std::vector{2 * kThird, kThird}));
-}
-
-TEST(ServerList, TurnsGoRoundTheUsableServers) {
-  const std::pair<std::vector<ServerEntry>, const char*> cases[] = {
-      {{{"a", 1}, {"b", 2}, {"c", 65535}}, "abca"},
-      {{{"a", 1}, {"b", 2}, {"c", 0}, {"d", 4}}, "abab"},
-      {{{"a", 1}, {"b", -1}, {"c", 3}}, "aaaa"},
-      {{{"a", 0}, {"b", 2}}, "abab"},  // the first is tried whatever its port
-  };
-  for (const auto& [servers, expected] : cases) {
-    CServerList list;
-    list.Assign(std::vector<ServerEntry>(5, {"x", 1}));
-    for (int i = 0; i < 5; ++i) list.TakeNext();
-    list.Assign(servers);  // the turn is behind its end
-    std::string turns;
-    for (int i = 0; i < 4; ++i) turns += list.TakeNext()->host;
-    EXPECT_EQ(turns, expected);
-  }
 }
 
 TEST(ConnectSchedule, ReleasesALinkAfterAMonthAndRefusesAnIdTwice) {

@@ -52,6 +52,7 @@ int PlayWith(const Kind& kind, int nth, int count) {
   int calls = kAllocations;
   {
     Stage stage({Entry::kServer, Entry::kServer});  // the second link needs not the first's end
+    stage.oracle.SpoilNewLinks(true);
     auto& faults = *stage.machine.calls;
     if (kind.call && nth > 0) {
       faults.Fail(*kind.call, 0, nth - 1);
