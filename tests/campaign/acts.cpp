@@ -44,8 +44,7 @@ void Relink(Stage& s, u32 a, u32 b) {
 }
 
 void AskBalance(Stage& s, u32, u32) {
-  s.machine.EndFaults();
-  s.oracle.SpoilNewLinks(false);
+  s.EndFaults();
   s.servers.Heal();
   s.host.UnLink();
   s.host.AskBalance(s.servers.FirstServer(), [&] { s.servers.Turn(); });
@@ -91,11 +90,7 @@ const Act kActs[] = {
     {"relink", 3, &Relink},
     {"balance", 1, &AskBalance},
     {"ticks", 4, &LetPass},
-    {"faults-end", 4,
-     [](Stage& s, u32, u32) {
-       s.machine.EndFaults();
-       s.oracle.SpoilNewLinks(false);
-     }},
+    {"faults-end", 4, [](Stage& s, u32, u32) { s.EndFaults(); }},
 };
 
 }  // namespace

@@ -1,124 +1,93 @@
+// usage: campaign [--seed N] [--schedules N] [--minutes M] [--schedule K], or campaign --torture
+//   --schedule   plays this one alone and says what it is made of
 #include <iostream>
 
 #include "tests/campaign/schedule.h"
 #include "tests/campaign/torture.h"
 #include "tests/support/process.h"
 
-namespace campaign {
-
 namespace {
+
+using namespace campaign;
+using Clock = std::chrono::steady_clock;
 
 constexpr std::uint64_t kWarmUp = 50;           // schedules until the heap has its size
 constexpr std::size_t kMostGrowth = 512 << 10;  // bytes, from then on
 constexpr std::size_t kMostResident = std::size_t{1} << 30;
 
-struct Options {
-  std::uint64_t seed = 1, first = 0, schedules = 100;
-  double minutes = 1e9;
-  bool torture = false, words = false;
+struct Totals {
+  std::uint64_t schedules = 0, losses = 0, packages = 0;
+  std::vector<std::uint64_t> acts = std::vector<std::uint64_t>(AllActs().size());
+  std::size_t heap = 0;
 };
 
-class Campaign {
- public:
-  explicit Campaign(const Options& options) : m_options(options) {}
-
-  void Run() {
-    const auto begin = std::chrono::steady_clock::now();
-    const auto spent = [&] {
-      return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-    };
-    { Stage({Entry::kServer, Entry::kMute}); }  // makes what is made only once
-    while (m_played < m_options.schedules && spent() < 60 * m_options.minutes) {
-      PlayOne(m_options.first + m_played++);
-    }
+void PlaySteps(const Schedule& schedule, Totals* totals) {
+  Stage stage(schedule.entries);
+  stage.host.Link();
+  stage.AwaitUp();
+  for (const auto& [act, a, b] : schedule.steps) {
+    stage.servers.Turn();
+    AllActs()[act].play(stage, a, b);
+    ++totals->acts[act];
   }
+  stage.Recover();
+  totals->losses += stage.oracle.Losses();
+  totals->packages += stage.oracle.Packages();
+}
 
-  void Report() const {
-    for (std::size_t act = 0; act < AllActs().size(); ++act) {
-      std::cout << AllActs()[act].name << ' ' << m_acts[act] << '\n';
-    }
-    std::cout << "resident " << (ResidentBytes() >> 20) << " MB\n"
-              << "campaign schedules " << m_played << " losses " << m_losses << " packages "
-              << m_packages << " failed 0" << std::endl;
+void Play(const Schedule& schedule, Totals* totals) try {
+  const testkit::HeldResources before;
+  PlaySteps(schedule, totals);
+  const bool restored = before.AreRestored(std::chrono::seconds(10));
+  Require(restored, ("left behind: " + before.Difference()).c_str());
+  Require(ResidentBytes() <= kMostResident, "too much memory in use");
+  if (++totals->schedules == kWarmUp) totals->heap = HeapBytes();
+  const bool warm = totals->schedules > kWarmUp;
+  Require(!warm || HeapBytes() <= totals->heap + kMostGrowth, "the heap grows");
+} catch (const Fault& fault) {
+  throw Fault(schedule.Words() + "FAILED: " + fault.what());
+}
+
+void Report(const Totals& totals) {
+  for (std::size_t act = 0; act < AllActs().size(); ++act) {
+    std::cout << AllActs()[act].name << ' ' << totals.acts[act] << '\n';
   }
+  std::cout << "resident " << (ResidentBytes() >> 20) << " MB\ncampaign schedules "
+            << totals.schedules << " losses " << totals.losses << " packages " << totals.packages
+            << " failed 0" << std::endl;
+}
 
- private:
-  // Says first what it plays, since the client may end the process.
-  void PlayOne(std::uint64_t number) {
-    const Schedule schedule(m_options.seed, number);
-    std::cout << "seed " << m_options.seed << " schedule " << number << std::endl;
-    if (m_options.words) std::cout << schedule.Words() << std::flush;
-    try {
-      const testkit::HeldResources before;
-      PlayAll(schedule);
-      if (!before.AreRestored(std::chrono::seconds(10))) {
-        throw Fault("left behind: " + before.Difference());
-      }
-      CheckMemory();
-    } catch (const Fault& fault) {
-      throw Fault(schedule.Words() + "FAILED: " + fault.what());
-    }
+// Says first what it plays, since the client may end the process.
+void Run(std::map<std::string, std::string> options) {
+  const std::uint64_t seed = std::stoull(options["--seed"]);
+  const bool single = options.count("--schedule") > 0;
+  const std::uint64_t first = single ? std::stoull(options["--schedule"]) : 0;
+  const std::uint64_t end = single ? first + 1 : std::stoull(options["--schedules"]);
+  const std::chrono::duration<double, std::ratio<60>> limit(std::stod(options["--minutes"]));
+  { Stage({Entry::kServer, Entry::kMute}); }  // makes what is made only once
+  Totals totals;
+  const auto begin = Clock::now();
+  for (std::uint64_t number = first; number < end && Clock::now() - begin < limit; ++number) {
+    const Schedule schedule(seed, number);
+    std::cout << "seed " << seed << " schedule " << number << std::endl;
+    if (single) std::cout << schedule.Words() << std::flush;
+    Play(schedule, &totals);
   }
-
-  void PlayAll(const Schedule& schedule) {
-    Stage stage(schedule.entries);
-    stage.host.Link();
-    stage.AwaitUp();
-    for (const auto& [act, a, b] : schedule.steps) {
-      stage.servers.Turn();
-      AllActs()[act].play(stage, a, b);
-      ++m_acts[act];
-    }
-    stage.Recover();
-    m_losses += stage.oracle.Losses();
-    m_packages += stage.oracle.Packages();
-  }
-
-  void CheckMemory() {
-    Require(ResidentBytes() <= kMostResident, "too much memory in use");
-    if (m_played == kWarmUp) m_heap = HeapBytes();
-    Require(m_played <= kWarmUp || HeapBytes() <= m_heap + kMostGrowth, "the heap grows");
-  }
-
-  const Options m_options;
-  std::uint64_t m_played = 0, m_losses = 0, m_packages = 0;
-  std::vector<std::uint64_t> m_acts = std::vector<std::uint64_t>(AllActs().size());
-  std::size_t m_heap = 0;
-};
-
-Options Read(int count, char** arguments) {
-  Options options;
-  for (int i = 1; i < count; ++i) {
-    const std::string name = arguments[i];
-    const char* const value = i + 1 < count ? arguments[i + 1] : "0";
-    if (name == "--torture") {
-      options.torture = true;
-      continue;
-    }
-    if (name == "--seed") options.seed = std::stoull(value);
-    if (name == "--minutes") options.minutes = std::stod(value);
-    if (name == "--schedules") options.schedules = std::stoull(value);
-    if (name == "--schedule") options.first = std::stoull(value);
-    if (name == "--schedule") options.schedules = 1, options.words = true;
-    ++i;
-  }
-  return options;
+  Report(totals);
 }
 
 }  // namespace
 
-}  // namespace campaign
-
 int main(int count, char** arguments) {
-  const auto options = campaign::Read(count, arguments);
   try {
-    if (options.torture) {
-      std::cout << "torture " << campaign::Torture() << " failed 0" << std::endl;
-    } else {
-      campaign::Campaign campaign(options);
-      campaign.Run();
-      campaign.Report();
+    if (count == 2 && std::string(arguments[1]) == "--torture") {
+      std::cout << "torture " << Torture() << " failed 0" << std::endl;
+      return 0;
     }
+    std::map<std::string, std::string> options{
+        {"--seed", "1"}, {"--schedules", "100"}, {"--minutes", "1000000"}};
+    for (int i = 1; i + 1 < count; i += 2) options[arguments[i]] = arguments[i + 1];
+    Run(options);
     return 0;
   } catch (const std::exception& error) {
     std::cout << error.what() << std::endl;

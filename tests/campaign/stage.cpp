@@ -26,9 +26,13 @@ void Stage::LetPass(std::uint32_t ticks) {
   host.WakeClient();
 }
 
-void Stage::Recover() {
+void Stage::EndFaults() {
   machine.EndFaults();
   oracle.SpoilNewLinks(false);
+}
+
+void Stage::Recover() {
+  EndFaults();
   host.FailAllocations(0, 0);
   servers.Heal();
   if (crippled) host.UnLink();

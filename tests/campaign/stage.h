@@ -27,6 +27,7 @@ class Stage {
   }
   bool AwaitUp();
   void LetPass(std::uint32_t ticks);
+  void EndFaults();  // of the machine
   // Ends all faults, sees that the client works, loses no link that is well, and can be ended.
   void Recover();
 
