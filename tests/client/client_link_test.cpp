@@ -1,5 +1,5 @@
-// From Link to UnLink or to the end of the process: what the calls answer in each state, which
-// server the client turns to, and what it leaves behind.
+// From Link to UnLink or to the end of the process: what the calls answer in each state, and what
+// the client leaves behind.
 
 #include "tests/support/client_test.h"
 #include "tests/support/process.h"
@@ -84,47 +84,6 @@ TEST_F(ClientLink, CopiesActOnTheSameClientAndNewObjectsOnNoneUntilTheyLink) {
   }
   EXPECT_EQ(g_pClientCommThread, nullptr);
   EXPECT_NE(peer.WaitClosed(5s), LinkEnd::kStillOpen);
-}
-
-// UnLink and the end of the process give back all that the client held, at any moment.
-class ClientLifetime : public ClientTest {
- protected:
-  ~ClientLifetime() override { EXPECT_TRUE(m_before.AreRestored(5s)) << m_before.Difference(); }
-
-  const HeldResources m_before;
-};
-
-// Each round unlinks after a delay of its own, while the first server accepts, refuses, is mute or
-// cannot be.
-TEST_F(ClientLifetime, UnLinkReturnsAtAnyTimeAndLeavesNothingBehind) {
-  EchoServer accepting;
-  ClosedPort refusing;
-  FullBacklogPort mute;
-  const Endpoint servers[] = {At(accepting), At(refusing), At(mute), {"", 0}};
-  std::mt19937 random(1);
-  for (int round = 0; round < 200; ++round) {
-    // Most delays lie within the first milliseconds, where the threads are being started.
-    const auto delay = std::chrono::microseconds(random() % (round % 3 == 0 ? 80000 : 3000));
-    ASSERT_EQ(Link({servers[random() % std::size(servers)], At(accepting)}), 1);
-    if (round % 4 != 0) std::this_thread::sleep_for(delay);
-    if (round % 2 == 0) Ask("?");
-    EXPECT_EQ(m_client.UnLink(), 0);
-    ASSERT_EQ(g_pClientCommThread, nullptr);
-  }
-  EXPECT_TRUE(accepting.WaitForOpenLinks(0, 5s));
-}
-
-// The memory checker sees a body that is lost.
-TEST_F(ClientLifetime, UnLinkWhilePackagesPourInLosesNoBody) {
-  EchoServer server;
-  for (const bool with_window : {true, false}) {
-    LinkWith(server);
-    if (!with_window) m_client.ChangeReceieveWnd(0, 0);
-    for (int i = 0; i < 2000; ++i) Ask(PatternBody(2000));
-    ASSERT_TRUE(server.WaitForPackages(with_window ? 1 : 2001, 10s));
-    m_client.UnLink();
-    while (m_window.Next(0ms)) continue;
-  }
 }
 
 constexpr char kEarlyPort[] = "TEST_LINK_BEFORE_MAIN_TO_PORT";

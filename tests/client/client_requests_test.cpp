@@ -65,44 +65,6 @@ TEST_F(ClientRequests, HeartbeatsAndDamagedPackagesVanishSilentlyAndForeignMarks
   EXPECT_EQ(lines.Text(), "");
 }
 
-TEST_F(ClientRequests, LargestBodyIsDeliveredAndLongerOnesEndTheLink) {
-  FastClock fast(10);
-  StderrCapture lines;
-  ScriptedServer server;
-  ASSERT_EQ(Link({At(server)}), 1);
-  const Bytes largest = PatternBody(kLargestBody);
-  for (const std::uint32_t length : {std::uint32_t{kLargestBody + 1}, 0x7FFFFFF4U, 0xFFFFFFF4U}) {
-    Peer peer = TakeLink(&server);
-    peer.SendPackage(largest);
-    EXPECT_TRUE(m_window.Next(10s) == Package(largest));
-    // The header alone is enough: nobody waits for a body that will not be taken.
-    peer.SendRaw(BuildHeader(length, BigEndian(0xFFFFFFFF)));
-    EXPECT_EQ(m_window.Next(5s), LinkClosed()) << std::hex << length;
-    EXPECT_NE(peer.WaitClosed(5s), LinkEnd::kStillOpen);
-  }
-  EXPECT_GE(lines.Count("Link down with[127.0.0.1]: Pkg is too big."), 1);
-}
-
-TEST_F(ClientRequests, RequestsOfOneThreadKeepTheirOrderWhileOthersAskAndSwitchWindows) {
-  EchoServer server;
-  ClientWindow other(&m_client);
-  LinkWith(server);
-  RunOnThreads(5, [&](int thread) {
-    for (int i = 0; i < 400; ++i) {
-      const ClientWindow& window = i % 2 == 0 ? other : m_window;
-      if (thread == 4) m_client.ChangeReceieveWnd(window.Handle(), window.Message());
-      EXPECT_EQ(thread == 4 ? 0 : Ask(std::to_string(thread) + std::to_string(i)), 0);
-      EXPECT_EQ(m_client.IsOnline(), 1);
-    }
-  });
-  EXPECT_TRUE(server.WaitForPackages(1600, 10s));
-  std::map<char, int> next;
-  for (const Bytes& arrival : server.Packages())
-    EXPECT_EQ(arrival.substr(1), std::to_string(next[arrival[0]]++));
-  const auto is_delivered = [&] { return m_window.Next(0ms) || other.Next(0ms); };
-  for (int i = 0; i < 1600; ++i) ASSERT_TRUE(WaitUntil(is_delivered, 10s)) << i;
-}
-
 // The memory is only said to be there.
 TEST_F(ClientRequests, AnApplicationThatKeepsTooMuchGetsOneMoreASecondUntilItReturnsSome) {
   ManualClock clock;

@@ -25,22 +25,6 @@ class Faults : public testing::Test {
   TestProtocol m_protocol;
 };
 
-TEST_F(Faults, SingleBytesAndInterruptedCallsMakePackagesToo) {
-  m_faults.AtMost(Call::kReceive, 1);
-  m_faults.Fail(Call::kReceive, EINTR, 5);
-  m_faults.Fail(Call::kReceive, EAGAIN, 3);
-  m_faults.Fail(Call::kPoll, EINTR, 5);
-  auto link = m_protocol.OpenLink(m_server);
-  const Bytes large = PatternBody(2500);
-  const Bytes stream = BuildPackage("a") + BuildPackage("") + BuildPackage(large);
-  link.peer.SendRaw(stream);
-  for (const Bytes& body : {Bytes("a"), Bytes(), large})
-    EXPECT_EQ(m_protocol.ReceivePackage(), body);
-  EXPECT_EQ(m_protocol.LinesWith("Recv msg count[1] ").size(), 3U);
-  EXPECT_EQ(m_protocol.LinesWith("Recv msg count[0] ").size(), stream.size() - 3);
-  EXPECT_EQ(m_faults.Pending(), 0U);
-}
-
 // Queued while the send thread reports room, and so sent together.
 TEST_F(Faults, PackagesLeaveTogetherInPartsAndAreReleasedOnce) {
   m_faults.AtMost(Call::kSend, 4000);

@@ -74,21 +74,12 @@ class AnsweringServer : public ScriptedServer {
     m_thread.join();
   }
 
-  bool WaitForPackages(std::size_t packages, Milliseconds limit) const {
-    return m_packages.WaitFor(packages, limit);
-  }
-  bool WaitForOpenLinks(std::size_t links, Milliseconds limit) const {
-    return WaitUntil([&] { return m_open_links == links; }, limit);
-  }
-  std::vector<Bytes> Packages() const { return m_packages.All(); }  // of all links
-
  private:
   void Run() {
     std::list<Peer> links;
     while (!m_stopping) {
       if (auto peer = TryAccept(Milliseconds(1))) links.push_back(std::move(*peer));
       links.remove_if([this](Peer& peer) { return !Serve(&peer); });
-      m_open_links = links.size();
     }
   }
   bool Serve(Peer* peer) {
@@ -98,7 +89,6 @@ class AnsweringServer : public ScriptedServer {
         const bool is_heartbeat = IsHeartbeat(*body);
         const auto answers = is_heartbeat ? std::vector<Bytes>{*body} : m_answer(*body);
         for (const Bytes& answer : answers) peer->SendPackage(answer);
-        if (!is_heartbeat) m_packages.Push(std::move(*body));
       }
       return end == LinkEnd::kStillOpen;
     } catch (const std::runtime_error&) {  // the other side is gone, or sent no package
@@ -108,8 +98,6 @@ class AnsweringServer : public ScriptedServer {
 
   const Answer m_answer;
   std::atomic<bool> m_stopping{false};
-  std::atomic<std::size_t> m_open_links{0};
-  Mailbox<Bytes> m_packages;
   std::thread m_thread{[this] { Run(); }};
 };
 
