@@ -81,7 +81,8 @@ void Run(std::map<std::string, std::string> options) {
 int main(int count, char** arguments) {
   try {
     if (count == 2 && std::string(arguments[1]) == "--torture") {
-      std::cout << "torture " << Torture() << " failed 0" << std::endl;
+      const std::uint64_t played = Torture();
+      std::cout << "torture " << played << " failed 0" << std::endl;
       return 0;
     }
     std::map<std::string, std::string> options{
