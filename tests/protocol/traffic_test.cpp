@@ -33,16 +33,6 @@ class Traffic : public testing::Test {
 
 using Receiving = Traffic;
 
-TEST_F(Receiving, ALinkThatThePeerEndsEndsWithoutALine) {
-  for (const bool in_order : {true, false}) {
-    auto link = Open();
-    link.peer.SendPackage("last words");
-    ASSERT_EQ(m_protocol.ReceivePackage(), "last words");
-    in_order ? link.peer.Close() : link.peer.Reset();
-    ExpectClosed(link.id, FTCloseReason::kRecvFailed);
-  }
-}
-
 // Of the good packages only those of the same regular buffer are lost with the faulty one.
 TEST_F(Receiving, AFaultInTheStreamEndsTheLinkAndDropsThePackagesBesideIt) {
   const Bytes good = BuildPackage("good");
