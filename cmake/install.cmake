@@ -14,11 +14,8 @@ if(WIN32)
     DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
 endif()
 if(FTCLIENT_WHOLE_PROGRAM) # what it left in the objects serves this version of the compiler alone
-  install(CODE "
-    file(GLOB archive \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/libftclient.a\")
-    execute_process(COMMAND ${CMAKE_OBJCOPY} --remove-section=.gnu.lto_*
-      --remove-section=.gnu.debuglto_* \${archive} COMMAND_ERROR_IS_FATAL ANY)"
-    COMPONENT development)
+  configure_file(cmake/strip_archive.cmake.in ${PROJECT_BINARY_DIR}/strip_archive.cmake @ONLY)
+  install(SCRIPT ${PROJECT_BINARY_DIR}/strip_archive.cmake COMPONENT development)
 endif()
 install(FILES ${FTCLIENT_PUBLIC_HEADERS}
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ftclient/client COMPONENT development)
@@ -44,3 +41,13 @@ endif()
 configure_file(cmake/ftclient.pc.in ${PROJECT_BINARY_DIR}/ftclient.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/ftclient.pc
   DESTINATION ${FTCLIENT_PKGCONFIG_DIR} COMPONENT development)
+
+# The guide's links to its picture and to the examples hold from here.
+set(FTCLIENT_EXAMPLES examples/host.cpp examples/poll_loop.cpp)
+if(WIN32)
+  set(FTCLIENT_EXAMPLES examples/win32_monitor.cpp)
+endif()
+install(FILES docs/host-guide.md docs/win32_monitor.png docs/wire-format.md
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT development)
+install(FILES ${FTCLIENT_EXAMPLES}
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)

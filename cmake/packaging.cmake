@@ -1,0 +1,15 @@
+# cpack: Debian packages of the components (preset deb), and an archive for Windows (preset zip).
+if(NOT CPACK_PACKAGE_CONTACT)
+  set(CPACK_PACKAGE_CONTACT "maintainers of ftclient <ftclient@debian.example.org>")
+endif()
+set(CPACK_PACKAGE_VENDOR ftclient)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_COMPONENTS_ALL library development tool)
+
+if(WIN32)
+  set(CPACK_PACKAGE_FILE_NAME ftclient-${PROJECT_VERSION}-windows-x86)
+else()
+  include(${CMAKE_CURRENT_LIST_DIR}/debian.cmake)
+endif()
+include(CPack)
