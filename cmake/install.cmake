@@ -5,15 +5,23 @@ include(CMakePackageConfigHelpers)
 set(FTCLIENT_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ftclient)
 set(FTCLIENT_PKGCONFIG_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
-install(TARGETS ftclient ftclient_core EXPORT ftclientTargets
+# Package managers want one kind alone, and say which.
+set(FTCLIENT_INSTALLED ftclient ftclient_core)
+if(DEFINED BUILD_SHARED_LIBS AND BUILD_SHARED_LIBS)
+  set(FTCLIENT_INSTALLED ftclient)
+elseif(DEFINED BUILD_SHARED_LIBS)
+  set(FTCLIENT_INSTALLED ftclient_core)
+endif()
+install(TARGETS ${FTCLIENT_INSTALLED} EXPORT ftclientTargets
   RUNTIME COMPONENT library
   LIBRARY COMPONENT library NAMELINK_COMPONENT development
   ARCHIVE COMPONENT development)
-if(WIN32)
+if(WIN32 AND ftclient IN_LIST FTCLIENT_INSTALLED)
   install(FILES ${FTCLIENT_MSVC_LIBRARY}
     DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
 endif()
-if(FTCLIENT_WHOLE_PROGRAM) # what it left in the objects serves this version of the compiler alone
+if(FTCLIENT_WHOLE_PROGRAM AND ftclient_core IN_LIST FTCLIENT_INSTALLED)
+  # What it left in the objects serves this version of the compiler alone.
   configure_file(cmake/strip_archive.cmake.in ${PROJECT_BINARY_DIR}/strip_archive.cmake @ONLY)
   install(SCRIPT ${PROJECT_BINARY_DIR}/strip_archive.cmake COMPONENT development)
 endif()
@@ -34,9 +42,14 @@ install(FILES ${PROJECT_BINARY_DIR}/ftclientConfig.cmake
 # Found from where the file lies, so that the tree can be moved.
 file(RELATIVE_PATH FTCLIENT_PREFIX_FROM_PKGCONFIG /${FTCLIENT_PKGCONFIG_DIR} /)
 string(REGEX REPLACE "/$" "" FTCLIENT_PREFIX_FROM_PKGCONFIG ${FTCLIENT_PREFIX_FROM_PKGCONFIG})
-set(FTCLIENT_PKGCONFIG_LIBS -pthread)
+set(FTCLIENT_STATIC_CFLAGS -DFTCLIENT_STATIC)
+set(FTCLIENT_STATIC_LIBS -pthread)
 if(WIN32)
-  set(FTCLIENT_PKGCONFIG_LIBS -lws2_32)
+  set(FTCLIENT_STATIC_LIBS -lws2_32)
+endif()
+if(NOT ftclient IN_LIST FTCLIENT_INSTALLED) # then nobody has to ask for what static linking takes
+  set(FTCLIENT_CFLAGS " ${FTCLIENT_STATIC_CFLAGS}")
+  set(FTCLIENT_LIBS " ${FTCLIENT_STATIC_LIBS}")
 endif()
 configure_file(cmake/ftclient.pc.in ${PROJECT_BINARY_DIR}/ftclient.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/ftclient.pc

@@ -1,0 +1,6 @@
+#include "client/clientdatasource.h"
+
+int main() {
+  CClientDataSource client;
+  return client.IsOnline();
+}
