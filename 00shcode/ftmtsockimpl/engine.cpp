@@ -36,7 +36,8 @@ CFTMtSockImpl::CFTMtSockImpl(CFTSockIfContract* protocol, FTEventMode event_mode
   SetTimer(TIMER_DUE_CONNECTS, kDueConnectsIntervalMs);
 }
 
-// The service threads go first: the links that they still hold count in m_state.
+// The service threads go first: the links that they still hold count in m_state. A release function
+// may ask for a link while the last ones go.
 CFTMtSockImpl::~CFTMtSockImpl() {
   m_listener.reset();
   m_connector.reset();
@@ -44,6 +45,7 @@ CFTMtSockImpl::~CFTMtSockImpl() {
   std::map<std::string, FTLinkThreadPtr> links;
   const CFTAutoLock guard(&m_table_lock, CFTRwLock::kWrite);
   links.swap(m_links);
+  m_last_found = nullptr;
 }
 
 std::int32_t CFTMtSockImpl::SendPkg(const std::string& link_id, CFTBuffer* pkg,

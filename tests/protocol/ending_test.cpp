@@ -60,6 +60,31 @@ TEST_F(Ending, ALinkThatEitherSideClosesIsReportedWithTheReasonAndGivesEverythin
   EXPECT_EQ(m_released.Count(), links) << "whoever had the others let go of them";
 }
 
+// The last link that was asked for is gone when the package of the next is released.
+TEST_F(Ending, AReleaseFunctionMayAskForALinkThatIsGone) {
+  static TestProtocol* s_protocol = nullptr;
+  static std::string s_asked_for;
+  static int s_found = 0;
+  s_protocol = m_protocol.get();
+  std::vector<TestProtocol::OpenedLink> links;
+  for (int i = 0; i < 3; ++i) links.push_back(m_protocol->OpenLink(m_slow));
+  s_asked_for = links.back().id;
+  for (const auto& link : links) {
+    const auto release = [](CFTBuffer* buffer) {
+      s_found += s_protocol->IsLinkUp(s_asked_for);
+      ReleaseCounter::Release(buffer);
+    };
+    m_protocol->SendPkg(link.id, NewBuffer(PatternBody(12000000)), release,
+                        FTSendMode::kWithinLimits, FTOnRefusal::kRelease, 3);
+  }
+  EXPECT_EQ(m_protocol->IsLinkUp(s_asked_for), 1);
+  m_protocol->Stop();
+  EXPECT_EQ(m_protocol->IsLinkUp(s_asked_for), 0);
+  m_protocol.reset();
+  EXPECT_EQ(m_released.Count(), 3);
+  EXPECT_EQ(s_found, 0);
+}
+
 // On accepted links: closing one of our own connects resets it, and what the system has taken but
 // not yet delivered is lost with it.
 TEST_F(Ending, ClosingAfterSendingSendsEverythingFirst) {
