@@ -17,11 +17,11 @@ bool HasLessRoom(const std::vector<FTMsg>& one, const std::vector<FTMsg>& other)
   return one.capacity() < other.capacity();
 }
 
-// What a message refers to was mostly written by another core.
+// What a message refers to was mostly written by another core. A parameter may be any number, so
+// only numbers are added.
 void Fetch(const FTMsg& msg) {
-  const auto* const memory = reinterpret_cast<const char*>(msg.p2);
-  __builtin_prefetch(memory, 1);
-  __builtin_prefetch(memory + 64, 1);
+  __builtin_prefetch(reinterpret_cast<const void*>(msg.p2), 1);
+  __builtin_prefetch(reinterpret_cast<const void*>(msg.p2 + 64), 1);
 }
 
 }  // namespace

@@ -57,10 +57,12 @@ std::size_t SizeOf(std::uint32_t size_class) {
   return (kSmall << above / 4) / 4 * (5 + above % 4);
 }
 
-// Another core wrote the block last, and small ones lie in two lines of the cache.
+// Another core wrote the block last, and small ones lie in two lines of the cache. Null does no
+// harm: only numbers are added.
 void Prefetch(const Block* block) {
+  const auto address = reinterpret_cast<std::uintptr_t>(block);
   __builtin_prefetch(block, 1);
-  __builtin_prefetch(reinterpret_cast<const char*>(block) + 64, 1);
+  __builtin_prefetch(reinterpret_cast<const void*>(address + 64), 1);
 }
 
 // A plain count: nothing else depends on its order.
