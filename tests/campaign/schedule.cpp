@@ -10,7 +10,7 @@ Schedule::Schedule(std::uint64_t seed, std::uint64_t number) {
   std::mt19937_64 random(seeds);
   const auto draw = [&] { return static_cast<std::uint32_t>(random() >> 32); };
   entries.assign(1 + draw() % 2, Entry::kServer);
-  while (entries.size() < 5 && draw() % 3 == 0) {
+  while (entries.size() < 4 && draw() % 3 == 0) {
     entries.insert(entries.begin() + draw() % (entries.size() + 1), Entry(draw() % 4));
   }
   if (draw() % 8 == 0) entries.insert(entries.begin(), Entry::kNoPort);
