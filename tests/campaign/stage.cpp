@@ -28,6 +28,7 @@ void Stage::LetPass(std::uint32_t ticks) {
 
 void Stage::EndFaults() {
   machine.EndFaults();
+  servers.Turn();  // links that came about before are not well
   oracle.SpoilNewLinks(false);
 }
 
