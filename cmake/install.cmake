@@ -59,6 +59,7 @@ install(FILES ${PROJECT_BINARY_DIR}/ftclient.pc
 set(FTCLIENT_EXAMPLES examples/host.cpp examples/poll_loop.cpp)
 if(WIN32)
   set(FTCLIENT_EXAMPLES examples/win32_monitor.cpp)
+  install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library)
 endif()
 install(FILES docs/host-guide.md docs/win32_monitor.png docs/wire-format.md
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT development)

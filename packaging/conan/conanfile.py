@@ -10,8 +10,8 @@ from conan.tools.cmake import CMake, CMakeToolchain, cmake_layout
 from conan.tools.files import copy, load
 
 ROOT = os.path.join("..", "..")
-SOURCES = ("CMakeLists.txt", "00shcode/*", "client/*", "cmake/*", "docs/*", "examples/*",
-           "packaging/*", "platform/*", "sockif/*")
+SOURCES = ("CMakeLists.txt", "LICENSE", "00shcode/*", "client/*", "cmake/*", "docs/*",
+           "examples/*", "packaging/*", "platform/*", "sockif/*")
 
 
 class FtclientRecipe(ConanFile):
@@ -54,6 +54,7 @@ class FtclientRecipe(ConanFile):
 
     def package(self):
         CMake(self).install()
+        copy(self, "LICENSE", self.source_folder, os.path.join(self.package_folder, "licenses"))
 
     def package_info(self):
         # Hosts get the library's own CMake package.
