@@ -12,8 +12,8 @@
 
 #include "platform/platform.h"
 #include "platform/posix/futex.h"
-#include "platform/posix/futex_lock.h"
 #include "platform/posix/monotonic.h"
+#include "platform/posix/recursive_lock.h"
 
 namespace platform {
 
