@@ -9,6 +9,12 @@ if [[ "$* " == *"/wine-run "* && -z ${FTCLIENT_WINE_SESSION:-} ]]; then
   exec "$(dirname "$0")/../../scripts/wine-session" "$0" "$@"
 fi
 
+# A window is shown on a display of its own.
+if [[ $1 == glib_window && -z ${FTC_TEST_DISPLAY:-} ]]; then
+  type xvfb-run xauth xdotool || { echo "skipped: a program is missing" && exit 77; }
+  FTC_TEST_DISPLAY=own exec xvfb-run -a "$0" "$@"
+fi
+
 case_name=$1
 mapfile -t ftc < <(printf '%s\n' "${@:2}" | sed '/^--$/,$d')
 mapfile -t client < <(printf '%s\n' "${@:2}" | sed '1,/^--$/d')
@@ -186,6 +192,19 @@ run_application() { # input, expected output
 
 case_host() { run_application "" "answer: hello"; }
 case_poll_loop() { run_application $'one\ntwo' $'link event 1\npackage: one\npackage: two'; }
+
+case_glib_window() {
+  local title='^Linked to .*, packages: ' host
+  start_server --port 0
+  start /dev/null "${client[@]}" "${address%:*}" "${address#*:}"
+  host=$pid
+  timeout "$limit" xdotool search --sync --onlyvisible --name "$title" \
+    windowfocus key h e l l o Return || fail "no link"
+  timeout "$limit" xdotool search --sync --name "${title}1" || fail "no answer"
+  end INT "$host" 0
+  end INT "$server" 0
+}
+
 case_msvc_abi() { run_application "" ""; }
 
 "case_$case_name"

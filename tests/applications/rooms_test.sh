@@ -64,6 +64,7 @@ check_system_header() { # header
     *:bench/*) return ;; # what measures, and the peers, stand on the system itself
     # A host's own event loop, and hosts with windows of the system.
     poll.h:examples/* | windows.h:examples/win32_*.cpp) return ;;
+    g*.h:examples/glib_*.cpp) return ;; # GLib's and GTK's
   esac
   fault "<$1> is no C++ standard header: the operating system belongs in platform/"
 }
