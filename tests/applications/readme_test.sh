@@ -50,6 +50,20 @@ for header in platform/*.h 00shcode/*/*.h sockif/*.h client/*.h; do
   grep -q "^| .*\`${header%.h}\`" docs/architecture.md || fault "architecture.md: no ${header%.h}"
 done
 
+# Each diagnostic line has a row with its number and the fixed parts of its text; no row is left over.
+lines=docs/troubleshooting.md numbers=()
+while read -r call; do
+  number=$(sed -nE 's/^[^"0-9]*("[a-z.]*", )?([0-9]+),.*/\2/p' <<<"$call")
+  numbers+=($number)
+  rows=$(grep -E "^\| [a-z.]+ \| ${number:-[0-9]+} \|" $lines) || fault "$lines: no $number"
+  while read -r part; do
+    [[ $rows == *"$part"* ]] || fault "$lines: ${number:-no row} with <$part>"
+  done < <(sed -E 's/"[a-z]+\.(cpp|h)"//' <<<"$call" | grep -oE '"[^"]{8,}"' |
+    sed -E 's/"|\\n//g; s/%[a-z]+/\n/g')
+done < <(cat 00shcode/*/*log.cpp | tr -d '\n' | tr ';' '\n' |
+  grep -oE '(>WriteLog|LinkDown|CreateThreadError)\(([a-z]+|kSource|"[a-z.]+"), .*')
+(($(grep -cE '^\| [a-z.]+ \| [0-9]+ \|' $lines) == ${#numbers[@]})) || fault "$lines: a row too many"
+
 write_blocks c $wire "$work/sum"
 cat "$work/sum.1" - <<'END' | "${CC:-cc}" -include stdint.h -include stdio.h -o "$work/sum" -x c -
 int main(void) {
