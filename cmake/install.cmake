@@ -55,13 +55,14 @@ configure_file(cmake/ftclient.pc.in ${PROJECT_BINARY_DIR}/ftclient.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/ftclient.pc
   DESTINATION ${FTCLIENT_PKGCONFIG_DIR} COMPONENT development)
 
-# The guide's links to its picture and to the examples hold from here.
-set(FTCLIENT_EXAMPLES examples/host.cpp examples/poll_loop.cpp)
+# The guides' links to each other, their pictures and the examples hold from here.
+set(FTCLIENT_EXAMPLES examples/host.cpp examples/poll_loop.cpp examples/glib_window.cpp)
 if(WIN32)
   set(FTCLIENT_EXAMPLES examples/win32_monitor.cpp)
   install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library)
 endif()
-install(FILES docs/host-guide.md docs/win32_monitor.png docs/wire-format.md
-  DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT development)
+install(DIRECTORY docs/
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT development
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "*.svg")
 install(FILES ${FTCLIENT_EXAMPLES}
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
