@@ -6,7 +6,7 @@ namespace testkit {
 // nothing on Windows and in builds whose sanitizer has a heap of its own.
 class MemoryLimit {
  public:
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(TESTKIT_SANITIZED)
   static constexpr bool kCanBe = false;
 #else
   static constexpr bool kCanBe = true;

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstddef>
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !defined(TESTKIT_SANITIZED)
 extern "C" void* __libc_malloc(std::size_t bytes);
 
 extern "C" void* malloc(std::size_t bytes) {
