@@ -40,7 +40,7 @@ Servers::Servers(const std::vector<Entry>& entries, Oracle* oracle) : m_oracle(o
   const auto end = std::find(entries.begin() + 1, entries.end(), Entry::kNoPort);
   m_first = static_cast<std::size_t>(std::find(entries.begin(), entries.end(), Entry::kServer) -
                                      entries.begin());
-  m_usable = std::min<std::size_t>(end - entries.begin(), 5);
+  m_usable = std::min(static_cast<std::size_t>(end - entries.begin()), std::size_t{5});
 }
 
 void Servers::Turn() {
