@@ -4,13 +4,13 @@
 #include <memory>
 #include <string>
 
-#include "tools/balance_command.h"
-#include "tools/demo_command.h"
-#include "tools/exit_status.h"
-#include "tools/help_formatter.h"
-#include "tools/link_command.h"
-#include "tools/serve_command.h"
-#include "tools/standard_streams.h"
+#include "tools/commands/balance_command.h"
+#include "tools/commands/demo_command.h"
+#include "tools/commands/exit_status.h"
+#include "tools/commands/help_formatter.h"
+#include "tools/commands/link_command.h"
+#include "tools/commands/serve_command.h"
+#include "tools/terminal/standard_streams.h"
 
 int main(int argc, char** argv) {
   CarryBytesUnchanged();

@@ -1,4 +1,4 @@
-#include "tools/bind_error.h"
+#include "tools/server/bind_error.h"
 
 #include <cerrno>
 

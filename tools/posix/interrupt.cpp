@@ -1,4 +1,4 @@
-#include "tools/interrupt.h"
+#include "tools/terminal/interrupt.h"
 
 #include <atomic>
 #include <csignal>

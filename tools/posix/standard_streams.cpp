@@ -1,4 +1,4 @@
-#include "tools/standard_streams.h"
+#include "tools/terminal/standard_streams.h"
 
 // This system changes none.
 void CarryBytesUnchanged() {}

@@ -1,4 +1,4 @@
-#include "tools/push_schedule.h"
+#include "tools/server/push_schedule.h"
 
 PushSchedule::PushSchedule(const PushPlan& plan, const FTTime& start)
     : m_plan(plan), m_last(start) {}

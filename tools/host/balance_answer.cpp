@@ -1,4 +1,4 @@
-#include "tools/balance_answer.h"
+#include "tools/host/balance_answer.h"
 
 #include <cstddef>
 

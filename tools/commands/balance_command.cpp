@@ -1,4 +1,4 @@
-#include "tools/balance_command.h"
+#include "tools/commands/balance_command.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -6,12 +6,12 @@
 #include <string>
 
 #include "platform/platform.h"
-#include "tools/balance_answer.h"
-#include "tools/body_text.h"
-#include "tools/console.h"
-#include "tools/decimal_number.h"
-#include "tools/endpoint.h"
-#include "tools/exit_status.h"
+#include "tools/commands/decimal_number.h"
+#include "tools/commands/endpoint.h"
+#include "tools/commands/exit_status.h"
+#include "tools/host/balance_answer.h"
+#include "tools/terminal/body_text.h"
+#include "tools/terminal/console.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tools/help_formatter.h"
+#include "tools/commands/help_formatter.h"
 
 std::string HelpFormatter::make_option_usage(const CLI::Option* option) const {
   const std::string usage =

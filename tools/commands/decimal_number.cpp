@@ -1,4 +1,4 @@
-#include "tools/decimal_number.h"
+#include "tools/commands/decimal_number.h"
 
 #include <algorithm>
 #include <string>

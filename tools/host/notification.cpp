@@ -1,4 +1,4 @@
-#include "tools/notification.h"
+#include "tools/host/notification.h"
 
 #include <cstddef>
 

@@ -1,4 +1,4 @@
-#include "tools/link_command.h"
+#include "tools/commands/link_command.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "tools/decimal_number.h"
-#include "tools/endpoint.h"
-#include "tools/exit_status.h"
-#include "tools/interrupt.h"
-#include "tools/link_session.h"
+#include "tools/commands/decimal_number.h"
+#include "tools/commands/endpoint.h"
+#include "tools/commands/exit_status.h"
+#include "tools/host/link_session.h"
+#include "tools/terminal/interrupt.h"
 
 namespace {
 

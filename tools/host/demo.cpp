@@ -1,13 +1,13 @@
-#include "tools/demo.h"
+#include "tools/host/demo.h"
 
 #include <cstdio>
 #include <exception>
 #include <stdexcept>
 
 #include "00shcode/mytoolkit/clock.h"
-#include "tools/balance_answer.h"
-#include "tools/console.h"
-#include "tools/endpoint.h"
+#include "tools/commands/endpoint.h"
+#include "tools/host/balance_answer.h"
+#include "tools/terminal/console.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tools/console.h"
+#include "tools/terminal/console.h"
 
 #include <cstdio>
 

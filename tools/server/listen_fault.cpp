@@ -1,9 +1,9 @@
-#include "tools/listen_fault.h"
+#include "tools/server/listen_fault.h"
 
 #include <cstdint>
 
 #include "00shcode/ftmtsockimpl/sock.h"
-#include "tools/bind_error.h"
+#include "tools/server/bind_error.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <optional>
 
 #include "client/clientdatasource.h"
-#include "tools/notification.h"
+#include "tools/host/notification.h"
 
 // A window of this process, for as long as the object lives, with the library's notifications
 // taken out of their messages. One thread.

@@ -1,13 +1,13 @@
-#include "tools/link_session.h"
+#include "tools/host/link_session.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <stdexcept>
 
-#include "tools/console.h"
-#include "tools/count_text.h"
-#include "tools/exit_status.h"
-#include "tools/interrupt.h"
+#include "tools/commands/exit_status.h"
+#include "tools/terminal/console.h"
+#include "tools/terminal/count_text.h"
+#include "tools/terminal/interrupt.h"
 
 namespace {
 

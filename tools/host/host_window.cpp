@@ -1,4 +1,4 @@
-#include "tools/host_window.h"
+#include "tools/host/host_window.h"
 
 #include <stdexcept>
 

@@ -1,4 +1,4 @@
-#include "tools/serve_command.h"
+#include "tools/commands/serve_command.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -8,13 +8,13 @@
 
 #include "00shcode/mytoolkit/clock.h"
 #include "client/package.h"
-#include "tools/console.h"
-#include "tools/decimal_number.h"
-#include "tools/dev_server.h"
-#include "tools/endpoint.h"
-#include "tools/exit_status.h"
-#include "tools/interrupt.h"
-#include "tools/listen_fault.h"
+#include "tools/commands/decimal_number.h"
+#include "tools/commands/endpoint.h"
+#include "tools/commands/exit_status.h"
+#include "tools/server/dev_server.h"
+#include "tools/server/listen_fault.h"
+#include "tools/terminal/console.h"
+#include "tools/terminal/interrupt.h"
 
 namespace {
 

@@ -7,10 +7,10 @@
 
 #include "00shcode/mytoolkit/clock.h"
 #include "client/clientdatasource.h"
-#include "tools/body_text.h"
-#include "tools/endpoint.h"
-#include "tools/host_window.h"
-#include "tools/input_lines.h"
+#include "tools/commands/endpoint.h"
+#include "tools/host/host_window.h"
+#include "tools/terminal/body_text.h"
+#include "tools/terminal/input_lines.h"
 
 struct LinkOptions {
   std::vector<Endpoint> servers;  // 1 to 5

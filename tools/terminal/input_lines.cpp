@@ -1,4 +1,4 @@
-#include "tools/input_lines.h"
+#include "tools/terminal/input_lines.h"
 
 #include <iostream>
 #include <utility>

@@ -9,7 +9,7 @@
 #include "00shcode/mytoolkit/event.h"
 #include "00shcode/mytoolkit/lock.h"
 #include "sockif/base_sock_if.h"
-#include "tools/push_schedule.h"
+#include "tools/server/push_schedule.h"
 
 struct ServerSettings {
   std::string host = "127.0.0.1";  // dotted

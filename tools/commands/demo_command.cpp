@@ -1,9 +1,9 @@
-#include "tools/demo_command.h"
+#include "tools/commands/demo_command.h"
 
 #include <string>
 
-#include "tools/demo.h"
-#include "tools/exit_status.h"
+#include "tools/commands/exit_status.h"
+#include "tools/host/demo.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "client/clientdatasource.h"
-#include "tools/dev_server.h"
-#include "tools/host_window.h"
+#include "tools/host/host_window.h"
+#include "tools/server/dev_server.h"
 
 // The life of a client in steps: link, request, pushed packages, loss of the server, the next
 // server, balance query. Prints each step. One per process.

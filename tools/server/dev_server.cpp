@@ -1,4 +1,4 @@
-#include "tools/dev_server.h"
+#include "tools/server/dev_server.h"
 
 #include <algorithm>
 #include <memory>
@@ -7,9 +7,9 @@
 #include "00shcode/ftmtsockimpl/engine_msgs.h"
 #include "00shcode/ftmtsockimpl/link_info.h"
 #include "client/package.h"
-#include "tools/body_text.h"
-#include "tools/count_text.h"
-#include "tools/endpoint.h"
+#include "tools/commands/endpoint.h"
+#include "tools/terminal/body_text.h"
+#include "tools/terminal/count_text.h"
 
 namespace {
 
