@@ -10,6 +10,7 @@
 #include "tools/commands/help_formatter.h"
 #include "tools/commands/link_command.h"
 #include "tools/commands/serve_command.h"
+#include "tools/commands/tap_command.h"
 #include "tools/terminal/standard_streams.h"
 
 int main(int argc, char** argv) {
@@ -23,6 +24,7 @@ int main(int argc, char** argv) {
   int status = kExitDone;
   AddServeCommand(&program, &status);
   AddLinkCommand(&program, &status);
+  AddTapCommand(&program, &status);
   AddBalanceCommand(&program, &status);
   AddDemoCommand(&program, &status);
   try {

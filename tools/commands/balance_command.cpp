@@ -1,11 +1,9 @@
 #include "tools/commands/balance_command.h"
 
-#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
 
-#include "platform/platform.h"
 #include "tools/commands/decimal_number.h"
 #include "tools/commands/endpoint.h"
 #include "tools/commands/exit_status.h"
@@ -26,19 +24,9 @@ struct BalanceOptions {
   bool hex = false;
 };
 
-// The library does not tell an unknown host from a silent one.
-bool IsKnownHost(const std::string& host) {
-  std::uint32_t address = 0;
-  platform::StartSockets();
-  return platform::LookUpHost(host.c_str(), &address);
-}
-
 int Ask(const BalanceOptions& options) {
   const Endpoint server = ParseEndpoint(options.server);
-  if (!IsKnownHost(server.host)) {
-    std::fprintf(stderr, "ftc: unknown host '%s'\n", server.host.c_str());
-    return kExitFailed;
-  }
+  ResolveEndpoint(server);  // the library does not tell an unknown host from a silent one
   CClientDataSource client;
   const auto answer = AskBalanceServer(&client, server, static_cast<unsigned char>(options.ask));
   if (!answer) {

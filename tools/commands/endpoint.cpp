@@ -1,5 +1,10 @@
 #include "tools/commands/endpoint.h"
 
+#include <cstdint>
+#include <stdexcept>
+
+#include "00shcode/ftmtsockimpl/sock.h"
+
 namespace {
 
 constexpr int kLastPort = 65535;
@@ -35,6 +40,26 @@ bool IsDottedAddress(const std::string& text) {
   return true;
 }
 
+std::string FindFault(const std::string& text, int least_port) {
+  const std::size_t colon = text.rfind(':');
+  if (colon == std::string::npos) return Quote(text) + " has no port: write HOST:PORT";
+  const std::string host = text.substr(0, colon);
+  if (host.empty()) return Quote(text) + " has no host: write HOST:PORT";
+  if (host.find_first_not_of(kNameCharacters) != std::string::npos) {
+    return Quote(host) + " is neither a host name nor a dotted IPv4 address";
+  }
+  if (ParseNumber(text.substr(colon + 1), kLastPort) < least_port) {
+    return Quote(text.substr(colon + 1)) + " is not a port: write " + std::to_string(least_port) +
+           " to 65535 without leading zeros";
+  }
+  return {};
+}
+
+std::string FindDottedFault(const std::string& text, int least_port) {
+  const std::string fault = FindFault(text, least_port);
+  return fault.empty() ? FindAddressFault(text.substr(0, text.rfind(':'))) : fault;
+}
+
 }  // namespace
 
 std::string FindAddressFault(const std::string& text) {
@@ -43,27 +68,31 @@ std::string FindAddressFault(const std::string& text) {
 }
 
 std::string FindEndpointFault(const std::string& text) {
-  const std::size_t colon = text.rfind(':');
-  if (colon == std::string::npos) return Quote(text) + " has no port: write HOST:PORT";
-  const std::string host = text.substr(0, colon);
-  if (host.empty()) return Quote(text) + " has no host: write HOST:PORT";
-  if (host.find_first_not_of(kNameCharacters) != std::string::npos) {
-    return Quote(host) + " is neither a host name nor a dotted IPv4 address";
-  }
-  if (ParseNumber(text.substr(colon + 1), kLastPort) < 1) {
-    return Quote(text.substr(colon + 1)) + " is not a port: write 1 to 65535 without leading zeros";
-  }
-  return {};
+  return FindFault(text, 1);
 }
 
 std::string FindDottedEndpointFault(const std::string& text) {
-  const std::string fault = FindEndpointFault(text);
-  return fault.empty() ? FindAddressFault(text.substr(0, text.rfind(':'))) : fault;
+  return FindDottedFault(text, 1);
+}
+
+std::string FindLocalEndpointFault(const std::string& text) {
+  return FindDottedFault(text, 0);
 }
 
 Endpoint ParseEndpoint(const std::string& text) {
   const std::size_t colon = text.rfind(':');
   return {text.substr(0, colon), ParseNumber(text.substr(colon + 1), kLastPort)};
+}
+
+Endpoint ResolveEndpoint(const Endpoint& endpoint) {
+  FTSockStartup();
+  FTSockAddr address{};
+  if (!platform::LookUpHost(endpoint.host.c_str(), &address.address)) {
+    throw std::runtime_error("unknown host '" + endpoint.host + "'");
+  }
+  Endpoint resolved = endpoint;
+  FTSockAddrToStr(&address, nullptr, &resolved.host, nullptr);
+  return resolved;
 }
 
 std::string ShowEndpoint(const Endpoint& endpoint) {

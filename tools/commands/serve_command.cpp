@@ -1,9 +1,9 @@
 #include "tools/commands/serve_command.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <limits>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 #include "00shcode/mytoolkit/clock.h"
@@ -50,10 +50,7 @@ int Serve(const ServeOptions& options) {
   CatchInterrupts();
   DevServer server(MakeSettings(options), &PrintStamped);
   if (!server.Start()) {
-    const Endpoint asked{options.server.host, options.server.port};
-    std::fprintf(stderr, "ftc: cannot listen on %s: %s\n", ShowEndpoint(asked).c_str(),
-                 FindListenFault(asked).c_str());
-    return kExitFailed;
+    throw std::runtime_error(ShowListenFault({options.server.host, options.server.port}));
   }
   PrintLine("listening on " + server.GetAddress());
   while (!IsInterrupted() && !server.IsDone()) ft::Sleep(kLookAroundMs);

@@ -20,9 +20,7 @@ std::string ShowBindError(BindError error) {
   }
 }
 
-}  // namespace
-
-std::string FindListenFault(const Endpoint& endpoint) {
+std::string FindCause(const Endpoint& endpoint) {
   FTSockAddr local;
   FTSockInitAddr(&local, static_cast<std::uint16_t>(endpoint.port), endpoint.host.c_str(),
                  platform::kFamilyInet);
@@ -35,4 +33,10 @@ std::string FindListenFault(const Endpoint& endpoint) {
                                                               : ShowBindError(GetLastBindError());
   FTSockClose(socket);
   return fault;
+}
+
+}  // namespace
+
+std::string ShowListenFault(const Endpoint& endpoint) {
+  return "cannot listen on " + ShowEndpoint(endpoint) + ": " + FindCause(endpoint);
 }

@@ -4,5 +4,5 @@
 
 #include "tools/commands/endpoint.h"
 
-// Why nobody can listen on a dotted address and its port, found by one more attempt.
-std::string FindListenFault(const Endpoint& endpoint);
+// A sentence on why nobody can listen on a dotted address and its port, found by one more attempt.
+std::string ShowListenFault(const Endpoint& endpoint);

@@ -53,14 +53,15 @@ std::string ShowBody(const std::string& body, BodyStyle style) {
   return "hex " + ft::BytesToHex(body.data(), static_cast<std::int32_t>(body.size()), 1);
 }
 
-std::string ShowBodyShort(const char* body, std::size_t length) {
+std::string ShowBodyShort(const char* body, std::size_t length, BodyStyle style) {
   const std::string count = ShowCount(static_cast<std::int64_t>(length), "byte");
   if (length == 0) return count;
   const std::string head(body, std::min(length, kShortBytes));
   const bool cut = head.size() < length;
   const std::size_t printable = CountPrintable(head);
   // The cut may fall into the last character.
-  const bool is_text = printable == head.size() || (cut && head.size() - printable < 4);
+  const bool is_text = style == BodyStyle::kTextIfPrintable &&
+                       (printable == head.size() || (cut && head.size() - printable < 4));
   const std::string shown = is_text ? head.substr(0, printable)
                                     : ShowBody(head.substr(0, kShortBytes / 2), BodyStyle::kHex);
   const bool all = is_text ? !cut : length <= kShortBytes / 2;

@@ -13,7 +13,8 @@ enum class BodyStyle {
 std::string ShowBody(const std::string& body, BodyStyle style);
 
 // The body's length and its beginning, at most about 60 columns.
-std::string ShowBodyShort(const char* body, std::size_t length);
+std::string ShowBodyShort(const char* body, std::size_t length,
+                          BodyStyle style = BodyStyle::kTextIfPrintable);
 
 // True for UTF-8 text without control characters other than tabs.
 bool IsPrintableText(const std::string& body);

@@ -1,0 +1,7 @@
+#pragma once
+
+namespace capture {
+
+enum class Direction { kToServer, kToApplication };
+
+}  // namespace capture
