@@ -90,14 +90,17 @@ case_demo() {
   [[ "$status $output" == 0*$steps* ]] || fail "the steps are not told: $status $output"
 }
 
+expect_answers() { # expected lines of ftc link
+  expect "answers" "$1" "$(sed -nE '/  waiting for the link/d; s/^[0-9:.]{12}  //p' <<<"$output")"
+}
+
 case_echo() {
   local long=$(seq -s ' ' 50000)
   start_server --port 0
   run link "$address" < <(printf '1\n\ngr\xc3\xbcn\na\x00b\x1a\x01\r\n\xff\xfe\n%s\n' "$long")
   local expected=$'LINK_EVENT_UP\n1 byte: 1\n0 bytes: \n5 bytes: gr\xc3\xbcn\n'
   expected+=$'6 bytes: hex 6100621a010d\n2 bytes: hex fffe\n'"${#long} bytes: $long"
-  expect "answers" "$expected" \
-    "$(sed -nE '/  waiting for the link/d; s/^[0-9:.]{12}  //p' <<<"$output")"
+  expect_answers "$expected"
   end INT "$server" 0
 }
 
@@ -142,6 +145,37 @@ case_failover() {
   # A Windows program is told of the end of its console, and these have none.
   end "$([[ -n ${FTCLIENT_WINE_SESSION:-} ]] && echo INT || echo TERM)" "$server" 0
   await_line "$server_out" stopped
+}
+
+# A scripted session passes through a tap, and the recording takes the server's place.
+case_tap() {
+  local answers=$'LINK_EVENT_UP\n2 bytes: hex 0061\n3 bytes: ...\n5 bytes: later' server_address
+  cat >"$work/script" <<'END'
+on request "one", answer hex 0061; after 300 ms send "later"  # a comment
+on request beginning "tw", answer 3 bytes; send damaged "x"
+on any request, ignore
+END
+  start_server --port 0 --script "$work/script"
+  server_address=$address
+  start /dev/null "${ftc[@]}" tap 127.0.0.1:0 "$address" --record "$work/recording"
+  local tap=$pid tap_out=$out
+  await_line "$tap_out" "listening on"
+  address=${line#listening on }
+  run link "$address" <<<$'one\ntwo\nthree'
+  expect_answers "$answers"
+  await_line "$tap_out" "closed by the application: -> 3 packages (47 bytes), <- 4 packages (59 "
+  [[ ${passed[*]} == *"1 up: "*" -> $server_address "* &&
+    ${passed[*]} == *"<- WRONG CHECKSUM 87FFFFFE, right is 87FFFFFF: package of 1 byte: x "* ]] ||
+    fail "the tap tells something else: ${passed[*]}"
+  end INT "$tap" 0
+  end INT "$server" 0
+  for last in three four; do
+    start_server --port 0 --replay "$work/recording" --once
+    run link "$address" <<<$'one\ntwo\n'$last
+    expect_answers "$answers"
+    await_end "$server" "$([[ $last == three ]] && echo 0 || echo 1)"
+  done
+  await_line "$server_out" "request 3 differs, recorded was 5 bytes: three"
 }
 
 # Status and text of each outcome, then the arguments; the input is one line.

@@ -13,6 +13,9 @@
 #include "tools/commands/exit_status.h"
 #include "tools/server/dev_server.h"
 #include "tools/server/listen_fault.h"
+#include "tools/server/push_schedule.h"
+#include "tools/server/recording.h"
+#include "tools/server/script_player.h"
 #include "tools/terminal/console.h"
 #include "tools/terminal/interrupt.h"
 
@@ -29,20 +32,56 @@ constexpr char kHelp[] = "Accept links and serve them until Ctrl-C.";
 constexpr char kDetails[] =
     "Modes: echo answers each data package with the same body; push does so and sends packages\n"
     "of its own; mute accepts links and never sends anything; balance answers the question of\n"
-    "'ftc balance'.\n"
+    "'ftc balance'. Instead of a mode, a script or a recording may say what the server does.\n"
+    "A replayed package goes out once as many requests have come as in the recording, and as much\n"
+    "time has passed; requests that differ are named. Each link plays the next recorded one.\n"
     "The first line printed is 'listening on ADDRESS:PORT'. Diagnostics go to standard error.\n\n";
 
 struct ServeOptions {
   std::string mode = "echo";
+  PushPlan push;
+  std::string script;
+  std::string recording;
+  ReplayPlan replay;
   ServerSettings server;
 };
 
+void FollowScript(const std::string& path, ServerSettings* settings) {
+  const auto script = std::make_shared<const Script>(ReadScript(path));
+  settings->heartbeats = script->heartbeats;
+  settings->make_behaviour = [script](const FTTime& start) {
+    return std::make_unique<ScriptPlayer>(script, start);
+  };
+}
+
+void PlayRecording(const ServeOptions& options, ServerSettings* settings) {
+  const auto recording = std::make_shared<Recording>(options.recording, options.replay);
+  settings->heartbeats = recording->HasHeartbeats();
+  settings->make_behaviour = [recording](const FTTime& start) {
+    return recording->PlayNext(start);
+  };
+}
+
+void FollowMode(const ServeOptions& options, ServerSettings* settings) {
+  const std::string& mode = options.mode;
+  settings->echo = mode == "echo" || mode == "push";
+  settings->heartbeats = mode != "mute";
+  settings->answers_balance = mode == "balance";
+  if (mode != "push") return;
+  settings->make_behaviour = [plan = options.push](const FTTime& start) {
+    return std::make_unique<PushSchedule>(plan, start);
+  };
+}
+
 ServerSettings MakeSettings(const ServeOptions& options) {
   ServerSettings settings = options.server;
-  settings.echo = options.mode == "echo" || options.mode == "push";
-  settings.heartbeats = options.mode != "mute";
-  settings.answers_balance = options.mode == "balance";
-  if (options.mode != "push") settings.push.rate = 0;
+  if (!options.script.empty()) {
+    FollowScript(options.script, &settings);
+  } else if (!options.recording.empty()) {
+    PlayRecording(options, &settings);
+  } else {
+    FollowMode(options, &settings);
+  }
   return settings;
 }
 
@@ -56,7 +95,8 @@ int Serve(const ServeOptions& options) {
   while (!IsInterrupted() && !server.IsDone()) ft::Sleep(kLookAroundMs);
   server.Stop();
   PrintStamped("stopped");
-  return kExitDone;
+  const bool failed = options.replay.once && !(server.IsDone() && server.IsComplete());
+  return failed ? kExitFailed : kExitDone;
 }
 
 void RefuseOutsideMode(const CLI::App& command, const std::string& mode, const std::string& actual,
@@ -80,6 +120,30 @@ void AddPushOptions(CLI::App* command, PushPlan* push) {
       ->transform(DecimalNumber(1, std::numeric_limits<std::int32_t>::max()));
 }
 
+void AddBehaviourOptions(CLI::App* command, ServeOptions* options) {
+  const auto script = command
+                          ->add_option("--script", options->script,
+                                       "Do what the rules in this file say (see below)")
+                          ->type_name("FILE");
+  const auto replay = command
+                          ->add_option("--replay", options->recording,
+                                       "Play the server's side of a recording of 'ftc tap', or of\n"
+                                       "another capture (pcapng) that holds a link's beginning")
+                          ->type_name("FILE");
+  script->excludes(replay)->excludes("--mode");
+  replay->excludes("--mode");
+  command
+      ->add_option("--speed", options->replay.speed, "Replay: 2 halves all times, 0.5 doubles them")
+      ->check(CLI::Range(0.001, 1000000.0))
+      ->needs(replay)
+      ->capture_default_str();
+  command
+      ->add_flag("--once", options->replay.once,
+                 "Replay: end with the last recorded link; status 1 unless all requests came\n"
+                 "as recorded and everything was played")
+      ->needs(replay);
+}
+
 }  // namespace
 
 void AddServeCommand(CLI::App* program, int* status) {
@@ -95,7 +159,8 @@ void AddServeCommand(CLI::App* program, int* status) {
   command->add_option("--mode", options->mode, "What the server does")
       ->check(CLI::IsMember({"echo", "push", "mute", "balance"}))
       ->capture_default_str();
-  AddPushOptions(command, &server.push);
+  AddBehaviourOptions(command, options.get());
+  AddPushOptions(command, &options->push);
   command->add_option("--answer", server.balance_answer,
                       "Balance: text of the answer (default: the address that the client reached)");
   command
@@ -104,7 +169,7 @@ void AddServeCommand(CLI::App* program, int* status) {
           "1: callbacks on the protocol thread, 0: on the links' threads")
       ->transform(DecimalNumber(0, 1))
       ->default_str("1");
-  command->footer(std::string(kDetails) + kExitStatusHelp);
+  command->footer(std::string(kDetails) + kScriptHelp + "\n" + kExitStatusHelp);
   command->callback([command, options, status] {
     for (const char* option : {"--rate", "--size", "--count"}) {
       RefuseOutsideMode(*command, "push", options->mode, option);

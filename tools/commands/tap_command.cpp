@@ -30,6 +30,7 @@ struct TapArguments {
   std::string listen;
   std::string server;
   bool hex = false;
+  bool no_heartbeats = false;
   capture::TapOptions options;
 };
 
@@ -38,6 +39,7 @@ capture::TapOptions MakeOptions(const TapArguments& arguments) {
   options.listen = ParseEndpoint(arguments.listen);
   options.server = ResolveEndpoint(ParseEndpoint(arguments.server));
   if (arguments.hex) options.style.body = BodyStyle::kHex;
+  options.style.heartbeats = !arguments.no_heartbeats;
   return options;
 }
 
@@ -73,8 +75,8 @@ void AddTapCommand(CLI::App* program, int* status) {
                    "Write what passes to a capture file (pcapng); replaces the file")
       ->type_name("FILE");
   command->add_flag("--hex", arguments->hex, "Print all bodies as hex digits");
-  command->add_flag("!--no-heartbeats", arguments->options.style.heartbeats,
-                    "Do not print heartbeats; they are recorded all the same");
+  command->add_flag("--no-heartbeats", arguments->no_heartbeats,
+                    "Print no heartbeats; they are recorded all the same");
   command->footer(std::string(kDetails) + kExitStatusHelp);
   command->callback([arguments, status] { *status = RunTap(MakeOptions(*arguments)); });
 }

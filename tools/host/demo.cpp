@@ -2,11 +2,13 @@
 
 #include <cstdio>
 #include <exception>
+#include <memory>
 #include <stdexcept>
 
 #include "00shcode/mytoolkit/clock.h"
 #include "tools/commands/endpoint.h"
 #include "tools/host/balance_answer.h"
+#include "tools/server/push_schedule.h"
 #include "tools/terminal/console.h"
 
 namespace {
@@ -31,8 +33,9 @@ DevServer::Report ReportAs(const std::string& server) {
 ServerSettings PushingServer() {
   ServerSettings settings;
   settings.echo = true;
-  settings.push.rate = 5;
-  settings.push.size = 16;
+  settings.make_behaviour = [](const FTTime& start) {
+    return std::make_unique<PushSchedule>(PushPlan{5, 16, 0}, start);
+  };
   return settings;
 }
 

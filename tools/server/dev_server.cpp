@@ -1,6 +1,5 @@
 #include "tools/server/dev_server.h"
 
-#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -8,14 +7,14 @@
 #include "00shcode/ftmtsockimpl/link_info.h"
 #include "client/package.h"
 #include "tools/commands/endpoint.h"
+#include "tools/server/wire_package.h"
 #include "tools/terminal/body_text.h"
 #include "tools/terminal/count_text.h"
 
 namespace {
 
-constexpr std::uint32_t TIMER_PUSH = 3001;
-constexpr std::int32_t kShortestPushIntervalMs = 10;
-constexpr std::int32_t kLongestPushIntervalMs = 50;
+constexpr std::uint32_t TIMER_BEHAVIOUR = 3001;
+constexpr std::int32_t kLookAroundMs = 10;  // how late an act may be
 constexpr std::int32_t kSendPriority = 3;
 constexpr std::uint32_t kWithoutLimit = 0xFFFFFFFF;
 constexpr char kBalanceMark = 0x01;
@@ -49,20 +48,12 @@ std::string GetReachedAddress(const FTLinkInfo& link) {
   return ShowEndpoint({address, port});
 }
 
-FTBufferPtr MakePkg(const std::string& body) {
-  auto pkg = std::make_unique<CFTBuffer>();
-  ft::EncodePkg(pkg.get(), body.data(), static_cast<std::int32_t>(body.size()));
-  return pkg;
-}
-
 }  // namespace
 
 DevServer::DevServer(const ServerSettings& settings, Report report)
     : CFTBaseSockIf(settings.event_mode, FTHeartbeatMode::kOnSendThread),
       m_settings(settings),
-      m_report(std::move(report)),
-      m_push_interval_ms(std::clamp(1000 / std::max(settings.push.rate, 1), kShortestPushIntervalMs,
-                                    kLongestPushIntervalMs)) {}
+      m_report(std::move(report)) {}
 
 DevServer::~DevServer() {
   Stop();
@@ -89,10 +80,10 @@ std::int32_t DevServer::OnEnterThread() {
   CFTBaseSockIf::OnEnterThread();
   std::uint16_t port = 0;
   Listen(m_settings.host.c_str(), m_settings.port, 0, 0, &port);
-  if (m_settings.push.rate > 0) {
+  if (m_settings.make_behaviour) {
     // Timers are looked at once a cycle, so the cycle has to be as short.
-    SetIdleWaitMs(m_push_interval_ms);
-    SetTimer(TIMER_PUSH, m_push_interval_ms);
+    SetIdleWaitMs(kLookAroundMs);
+    SetTimer(TIMER_BEHAVIOUR, kLookAroundMs);
   }
   const CFTScopedLock guard(&m_lock);
   m_port = port;
@@ -102,8 +93,8 @@ std::int32_t DevServer::OnEnterThread() {
 }
 
 void DevServer::OnMsg(FTMsg& msg, std::int32_t draining) {
-  if (msg.id == FTMSG_TIMER && msg.param1 == TIMER_PUSH) {
-    PushWhatIsDue();
+  if (msg.id == FTMSG_TIMER && msg.param1 == TIMER_BEHAVIOUR) {
+    DoWhatIsDue();
     SetTimerAgain(msg);
   } else {
     CFTBaseSockIf::OnMsg(msg, draining);
@@ -124,26 +115,16 @@ void DevServer::OnAccepted(const FTLinkInfo* link, const FTLinkInfo*) {
   ReportLink(*link, "up from " + link->remote_address + ":" + std::to_string(link->remote_port));
   const CFTScopedLock guard(&m_lock);
   // In event mode 0 OnLinkClosed may have run already; for a link that is up it will run later.
-  if (IsLinkUp(link->link_id) == 0) return;
-  m_links.emplace(link->link_id, PushSchedule(m_settings.push, ft::GetTickTime()));
+  if (IsLinkUp(link->link_id) != 0) BeginBehaviour(link->link_id);
 }
 
 void DevServer::OnLinkClosed(const FTLinkInfo* link, FTCloseReason reason) {
-  std::string what = "closed: " + ShowCloseReason(reason);
+  std::string progress;
   {
     const CFTScopedLock guard(&m_lock);
-    const auto found = m_links.find(link->link_id);
-    if (found != m_links.end()) {
-      const PushSchedule& schedule = found->second;
-      if (m_settings.push.rate > 0) {
-        what += ", " + ShowCount(schedule.GetPushed(), "package") + " pushed";
-      }
-      const bool complete = schedule.IsComplete();
-      m_links.erase(found);
-      if (complete && m_links.empty()) m_done.store(true);
-    }
+    progress = EndBehaviour(link->link_id);
   }
-  ReportLink(*link, what);
+  ReportLink(*link, "closed: " + ShowCloseReason(reason) + progress);
 }
 
 void DevServer::OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::int32_t* keep) {
@@ -160,6 +141,7 @@ void DevServer::OnRecvPkg(const FTLinkInfo* link, CFTBuffer* pkg, std::int32_t* 
     return;
   }
   ReportLink(*link, "package of " + ShowBodyShort(body, static_cast<std::size_t>(body_len)));
+  TellBehaviour(*link, std::string(body, static_cast<std::size_t>(body_len)));
   if (IsBalanceQuestion(body, body_len)) {
     AnswerBalance(*link);
   } else if (m_settings.echo) {
@@ -174,31 +156,70 @@ bool DevServer::IsBalanceQuestion(const char* body, std::int32_t body_len) const
 }
 
 void DevServer::Echo(const FTLinkInfo& link, CFTBuffer* pkg) {
-  if (!Send(link.link_id, FTBufferPtr(pkg))) ReportLink(link, "answer not sent");
+  const std::int32_t result =
+      SendPkg(link.link_id, pkg, &ReleaseFTBuffer, FTSendMode::kWithinLimits, FTOnRefusal::kRelease,
+              kSendPriority);
+  if (result != kSendQueued) ReportLink(link, "answer not sent");
 }
 
 void DevServer::AnswerBalance(const FTLinkInfo& link) {
   const std::string& set = m_settings.balance_answer;
   const std::string answer = set.empty() ? GetReachedAddress(link) : set;
-  const bool sent = Send(link.link_id, MakePkg(answer));
+  const bool sent = Send(link.link_id, MakeWirePackage(answer));
   ReportLink(link, sent ? "answered " + answer : "answer not sent");
 }
 
-void DevServer::PushWhatIsDue() {
-  const FTTime now = ft::GetTickTime();
+void DevServer::BeginBehaviour(const std::string& link_id) {
+  if (!m_settings.make_behaviour) return;
+  const auto [entry, is_new] = m_links.try_emplace(link_id);
+  if (!is_new) return;
+  entry->second = m_settings.make_behaviour(ft::GetTickTime());
+  DoWhatIsDue(link_id, entry->second.get());
+}
+
+// Its progress, to be put behind other words.
+std::string DevServer::EndBehaviour(const std::string& link_id) {
+  const auto found = m_links.find(link_id);
+  if (found == m_links.end()) return {};
+  const std::unique_ptr<Behaviour> behaviour = std::move(found->second);
+  m_links.erase(found);
+  if (!behaviour->IsComplete()) m_complete.store(false);
+  if (behaviour->EndsServer() && m_links.empty()) m_done.store(true);
+  return ", " + behaviour->ShowProgress();
+}
+
+void DevServer::TellBehaviour(const FTLinkInfo& link, const std::string& request) {
+  if (!m_settings.make_behaviour) return;
+  std::string remark;
+  {
+    const CFTScopedLock guard(&m_lock);
+    BeginBehaviour(link.link_id);  // in event mode 0 OnAccepted may come later
+    Behaviour* const behaviour = m_links[link.link_id].get();
+    remark = behaviour->OnRequest(request, ft::GetTickTime());
+    DoWhatIsDue(link.link_id, behaviour);
+  }
+  if (!remark.empty()) ReportLink(link, remark);
+}
+
+void DevServer::DoWhatIsDue() {
   const CFTScopedLock guard(&m_lock);
-  for (auto& [link_id, schedule] : m_links) {
-    if (schedule.IsComplete()) continue;  // and being closed
-    schedule.Advance(now);
-    while (schedule.IsDue() && Send(link_id, MakePkg(schedule.MakeBody()))) schedule.CountPushed();
-    if (schedule.IsComplete()) CloseLink(link_id, FTCloseMode::kAfterSending);
+  for (const auto& [link_id, behaviour] : m_links) DoWhatIsDue(link_id, behaviour.get());
+}
+
+void DevServer::DoWhatIsDue(const std::string& link_id, Behaviour* behaviour) {
+  const FTTime now = ft::GetTickTime();
+  while (const ServerAct* const act = behaviour->FindDue(now)) {
+    if (!act->wire.empty() && !Send(link_id, act->wire)) return;  // it stays due
+    const bool closes = act->closes;
+    behaviour->DropDue();
+    if (closes) CloseLink(link_id, FTCloseMode::kAfterSending);
   }
 }
 
 // False when the link is gone or too much is queued on it.
-bool DevServer::Send(const std::string& link_id, FTBufferPtr pkg) {
-  return SendPkg(link_id, pkg.release(), &ReleaseFTBuffer, FTSendMode::kWithinLimits,
-                 FTOnRefusal::kRelease, kSendPriority) == kSendQueued;
+bool DevServer::Send(const std::string& link_id, const std::string& wire) {
+  const platform::ConstBytePiece piece{wire.data(), static_cast<int>(wire.size())};
+  return SendCopy(link_id, &piece, 1, FTSendMode::kWithinLimits, kSendPriority) == kSendQueued;
 }
 
 void DevServer::ReportLink(const FTLinkInfo& link, const std::string& what) {

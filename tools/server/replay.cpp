@@ -1,0 +1,34 @@
+#include "tools/server/replay.h"
+
+#include <algorithm>
+
+namespace {
+
+using capture::Direction;
+using capture::RecordedLink;
+
+constexpr std::int64_t kHeartbeatIsDueUs = 17000000;
+
+}  // namespace
+
+Replay::Replay(const RecordedLink& link) {
+  std::int64_t reference_us = link.start_us;
+  for (const RecordedLink::Event& event : link.events) {
+    const bool from_server = event.direction == Direction::kToApplication;
+    const bool sound = event.package.verdict == capture::WirePackage::Verdict::kSound;
+    if (!event.is_end && event.package.IsHeartbeat()) {
+      heartbeats = heartbeats || from_server;
+    } else if (from_server) {
+      steps.push_back({requests.size(),
+                       std::max<std::int64_t>(event.time_us - reference_us, 0),
+                       {event.package.wire, event.is_end}});
+      reference_us = event.time_us;
+    } else if (!event.is_end && sound) {
+      requests.push_back(event.package.GetBody());
+      reference_us = event.time_us;
+    }
+  }
+  const bool is_short =
+      link.events.empty() || link.events.back().time_us - link.start_us < kHeartbeatIsDueUs;
+  heartbeats = heartbeats || is_short;
+}
