@@ -31,19 +31,28 @@ struct Way {
 class LinkReader {
  public:
   LinkReader(std::int64_t time_us, const TcpSegment& first)
-      : m_to_server{Direction::kToServer, first.from, first.to},
+      : m_first_sequence(first.sequence),
+        m_to_server{Direction::kToServer, first.from, first.to},
         m_to_application{Direction::kToApplication, first.to, first.from} {
     m_link.start_us = time_us;
   }
+
+  // True for the segment that the link began with, which may be there again.
+  bool IsBegunBy(const TcpSegment& segment) const {
+    return m_to_server.from == segment.from && m_to_server.to == segment.to &&
+           m_first_sequence == segment.sequence;
+  }
+
+  bool HasComeUp() const { return m_to_application.is_begun; }
 
   // False: the segment belongs to another link.
   bool Take(std::int64_t time_us, const TcpSegment& segment) {
     Way* const way = FindWay(segment);
     if (way == nullptr || m_ended) return false;
-    if (Has(segment, TcpFlags::kSyn)) {
+    if (Has(segment, TcpFlags::kSyn) && !way->is_begun) {
       way->is_begun = true;
       way->next_sequence = segment.sequence + 1;
-    } else if (way->is_begun) {
+    } else if (way->is_begun && !Has(segment, TcpFlags::kSyn)) {
       way->early.emplace(segment.sequence, segment);
       TakeInOrder(time_us, way);
     }
@@ -102,6 +111,7 @@ class LinkReader {
     m_link.events.push_back({time_us, way.direction, false, package});
   }
 
+  const std::uint32_t m_first_sequence;
   RecordedLink m_link;
   bool m_ended = false;
   Way m_to_server;
@@ -112,6 +122,9 @@ void TakeFrame(const Frame& frame, std::list<LinkReader>* readers) {
   const auto segment = FindTcpSegment(frame);
   if (!segment) return;
   if (Has(*segment, TcpFlags::kSyn) && !Has(*segment, TcpFlags::kAck)) {
+    for (const LinkReader& reader : *readers) {
+      if (reader.IsBegunBy(*segment)) return;
+    }
     readers->emplace_back(frame.time_us, *segment);
   }
   // The youngest first: its ports may have been another link's before.
@@ -126,7 +139,9 @@ std::vector<RecordedLink> ReadRecordedLinks(const std::string& path) {
   std::list<LinkReader> readers;
   for (const Frame& frame : ReadCapture(path)) TakeFrame(frame, &readers);
   std::vector<RecordedLink> links;
-  for (LinkReader& reader : readers) links.push_back(reader.Finish());
+  for (LinkReader& reader : readers) {
+    if (reader.HasComeUp()) links.push_back(reader.Finish());
+  }
   if (links.empty())
     throw std::runtime_error("'" + path + "' does not hold the beginning of a link");
   return links;

@@ -58,18 +58,24 @@ std::string MakeTcpPart(const TcpSegment& segment) {
   return bytes;
 }
 
-// Where the IP packet begins; npos for other frames.
+// Where the IP packet begins; npos for frames that say that they hold none.
 std::size_t FindIpPacket(const Frame& frame) {
   constexpr std::uint32_t kIpv4 = 0x0800;
+  const auto behind = [&frame](std::size_t length, std::size_t protocol_at) {
+    const bool is_ip = frame.bytes.size() > length && LoadBig(frame.bytes, protocol_at, 2) == kIpv4;
+    return is_ip ? length : std::string::npos;
+  };
   switch (frame.link_type) {
     case LinkType::kRawIp:
       return 0;
+    case LinkType::kLoopback:
+      return 4;
     case LinkType::kEthernet:
-      if (frame.bytes.size() > 14 && LoadBig(frame.bytes, 12, 2) == kIpv4) return 14;
-      break;
+      return behind(14, 12);
     case LinkType::kLinuxCooked:
-      if (frame.bytes.size() > 16 && LoadBig(frame.bytes, 14, 2) == kIpv4) return 16;
-      break;
+      return behind(16, 14);
+    case LinkType::kLinuxCooked2:
+      return behind(20, 0);
   }
   return std::string::npos;
 }
