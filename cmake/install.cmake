@@ -56,7 +56,7 @@ install(FILES ${PROJECT_BINARY_DIR}/ftclient.pc
   DESTINATION ${FTCLIENT_PKGCONFIG_DIR} COMPONENT development)
 
 # The guides' links to each other, their pictures and the examples hold from here.
-set(FTCLIENT_EXAMPLES examples/host.cpp examples/poll_loop.cpp examples/glib_window.cpp)
+set(FTCLIENT_EXAMPLES examples/host.cpp examples/epoll_loop.cpp examples/glib_window.cpp)
 if(WIN32)
   set(FTCLIENT_EXAMPLES examples/win32_monitor.cpp)
   install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library)

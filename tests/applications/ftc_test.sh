@@ -225,7 +225,19 @@ run_application() { # input, expected output
 }
 
 case_host() { run_application "" "answer: hello"; }
-case_poll_loop() { run_application $'one\ntwo' $'link event 1\npackage: one\npackage: two'; }
+# What a server leaves unanswered is asked again when the link to the next one is up.
+case_epoll_loop() {
+  start_server --port 0 --mode mute
+  local mute=$server mute_out=$server_out servers="${address/:/ }"
+  start_server --port 0
+  start <(printf 'one\ntwo') "${client[@]}" $servers ${address/:/ }
+  await_line "$mute_out" "2 two"
+  end KILL "$mute" 137
+  await_line "$out" "package: 2 two"
+  expect "events and answers" "link event 1 link event 3 link event 1 package: 1 one" "${passed[*]}"
+  await_end "$pid" 0
+  end INT "$server" 0
+}
 
 case_glib_window() {
   local title='^Linked to .*, packages: ' host

@@ -63,7 +63,8 @@ check_system_header() { # header
     CLI/*:tools/* | *:tools/posix/* | *:tools/win32/*) return ;;
     *:bench/*) return ;; # what measures, and the peers, stand on the system itself
     # A host's own event loop, and hosts with windows of the system.
-    poll.h:examples/* | windows.h:examples/win32_*.cpp) return ;;
+    sys/*.h:examples/epoll_*.cpp | unistd.h:examples/epoll_*.cpp) return ;;
+    windows.h:examples/win32_*.cpp) return ;;
     g*.h:examples/glib_*.cpp) return ;; # GLib's and GTK's
   esac
   fault "<$1> is no C++ standard header: the operating system belongs in platform/"
