@@ -37,7 +37,7 @@ expect() { # what, expected, actual
 # Starts a program in the background with its output in a pipe: $pid, and $out to read from.
 start() { # input, program and its arguments...
   rm -f "$work/out" && mkfifo "$work/out"
-  "${@:2}" <"$1" >"$work/out" 9>&- &
+  "${@:2}" <"$1" >"$work/out" 8>&- 9>&- &
   pid=$!
   running[$pid]=${*:2}
   exec {out}<"$work/out"
@@ -237,6 +237,22 @@ case_epoll_loop() {
   expect "events and answers" "link event 1 link event 3 link event 1 package: 1 one" "${passed[*]}"
   await_end "$pid" 0
   end INT "$server" 0
+}
+
+case_server() { # which is the client's program here
+  mkfifo "$work/open"
+  exec 8<>"$work/open"
+  start "$work/open" "${client[@]}" 0
+  server=$pid client=("${ftc[@]}")
+  await_line "$out" "listening on"
+  start_link "${line#listening on }"
+  echo hello >&9
+  await_line "$link_out" "answer to hello"
+  await_line "$link_out" push
+  exec 8>&-
+  await_line "$link_out" LINK_EVENT_CLOSED
+  await_end "$server" 0
+  end INT "$link" 0
 }
 
 case_glib_window() {

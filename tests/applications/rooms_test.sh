@@ -47,6 +47,9 @@ check_own_header() { # path
     client/package* | client/check_sum*)
       [[ $1 =~ ^(client/(package|check_sum).*|00shcode/mytoolkit/buffer)\.h$ ]] ||
         fault "the wire codec needs the buffer alone, not \"$1\"" ;;
+    examples/server.cpp) # on the framework itself, and no more of it than a server needs
+      [[ $1 == @(sockif/base_sock_if|client/package).h ]] ||
+        fault "a server stands on the protocol base and the wire codec, not on \"$1\"" ;;
     examples/*)
       [[ $1 == $public_header ]] || fault "an example is a host: \"$1\" is not a public header" ;;
     tools/* | bench/*) ;;
