@@ -26,7 +26,7 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
   "${CPACK_DEBIAN_LIBRARY_PACKAGE_NAME} (= ${PROJECT_VERSION})")
 describe_package(DEVELOPMENT "client-side communication library (development files)"
-  "the headers, the static library and the guide")
+  "the headers, the static library and the guides")
 
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME ftclient-tools)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION net)

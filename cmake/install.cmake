@@ -55,14 +55,7 @@ configure_file(cmake/ftclient.pc.in ${PROJECT_BINARY_DIR}/ftclient.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/ftclient.pc
   DESTINATION ${FTCLIENT_PKGCONFIG_DIR} COMPONENT development)
 
-# The guides' links to each other, their pictures and the examples hold from here.
-set(FTCLIENT_EXAMPLES examples/host.cpp examples/epoll_loop.cpp examples/glib_window.cpp)
+include(cmake/guides.cmake)
 if(WIN32)
-  set(FTCLIENT_EXAMPLES examples/win32_monitor.cpp)
   install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library)
 endif()
-install(DIRECTORY docs/
-  DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT development
-  FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "*.svg")
-install(FILES ${FTCLIENT_EXAMPLES}
-  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)

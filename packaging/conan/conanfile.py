@@ -10,7 +10,7 @@ from conan.tools.cmake import CMake, CMakeToolchain, cmake_layout
 from conan.tools.files import copy, load
 
 ROOT = os.path.join("..", "..")
-SOURCES = ("CMakeLists.txt", "LICENSE", "00shcode/*", "client/*", "cmake/*", "docs/*",
+SOURCES = ("CMakeLists.txt", "LICENSE", "README.md", "00shcode/*", "client/*", "cmake/*", "docs/*",
            "examples/*", "packaging/*", "platform/*", "sockif/*")
 
 

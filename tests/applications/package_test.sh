@@ -1,6 +1,7 @@
 #!/bin/bash
 # A host in C++98 builds with what cmake --install leaves, and inside a tree of its own, and runs:
-# each row of the table at the end is one way to find the library.
+# each row of the table at the end is one way to find the library. Installed guides link to what is
+# there.
 # usage: package_test.sh BUILD_DIRECTORY GENERATOR CXX [TOOLCHAIN [EMULATOR]]    for Windows the latter
 set -euo pipefail
 
@@ -87,6 +88,11 @@ with_microsoft_abi() { # import library
   "$cxx" -static main.o "$prefix/lib/$1" -o host.exe
 }
 
+guides_of() { # directory
+  cd "$prefix/share/doc/ftclient/$1"
+  grep -ohE '\]\([^)#:]+[)#]' *.md | sed -E 's/^..|.$//g' | xargs ls -d
+}
+
 finish() { # result
   (($1 == 0)) || { cat log && echo "package_test: $way: failed"; }
   rm -rf "$work"
@@ -100,6 +106,7 @@ if [[ -n $toolchain ]]; then
   ways+=("microsoft_abi ftclient.lib")
   cp "$prefix"/bin/*.dll . # a program finds its DLL beside itself
 fi
+for way in "guides_of ." "guides_of docs"; do ($way) >log 2>&1; done
 for way in "${ways[@]}"; do
   (
     "with_${way% *}" "${way#* }"
