@@ -1,7 +1,7 @@
 # cpack: Debian packages of the components (preset deb), and an archive for Windows (preset zip).
-if(NOT CPACK_PACKAGE_CONTACT)
-  set(CPACK_PACKAGE_CONTACT "maintainers of ftclient <ftclient@debian.example.org>")
-endif()
+# The owner has still to choose: cmake --preset package -DCPACK_PACKAGE_CONTACT="NAME <ADDRESS>"
+set(CPACK_PACKAGE_CONTACT "maintainers of ftclient <ftclient@debian.example.org>" CACHE STRING
+  "Maintainer of the packages")
 set(CPACK_PACKAGE_VENDOR ftclient)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
