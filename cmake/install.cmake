@@ -59,3 +59,14 @@ include(cmake/guides.cmake)
 if(WIN32)
   install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT library)
 endif()
+
+# gdb finds the printers by itself where it looks for those of libraries in /usr.
+if(NOT WIN32)
+  install(FILES tools/gdb/ftclient.py
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/ftclient/gdb COMPONENT development)
+  if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    install(FILES tools/gdb/ftclient.py
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/gdb/auto-load${CMAKE_INSTALL_FULL_LIBDIR}
+      RENAME libftclient.so.${PROJECT_VERSION}-gdb.py COMPONENT development)
+  endif()
+endif()
