@@ -55,6 +55,17 @@ case_echo() {
   end INT "$server" 0
 }
 
+case_json() {
+  type jq || { echo "skipped: jq is missing" && exit 77; }
+  start_server --port 0
+  run link --json "$address" < <(printf 'a"b\\c\tgr\xc3\xbcn\n\x00\xff\n')
+  local bodies=$'\ta"b\\\\c\\tgrün\n' objects
+  objects=$(grep '^{' <<<"$output" | jq -r 'select(.event != "connecting") |
+    [.event, .text // .hex // .package_bytes // .server] | @tsv' | LC_ALL=C sort)
+  expect "objects" $'end\t13\npackage\t00ff\npackage'"${bodies}"$'request\t00ff\nrequest'"${bodies}up"$'\t'"$address" "$objects"
+  end INT "$server" 0
+}
+
 case_push() {
   start_server --port 0 --mode push --count 20 --rate 200 --size 100
   start_link "$address"

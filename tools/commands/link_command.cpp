@@ -10,7 +10,10 @@
 #include "tools/commands/endpoint.h"
 #include "tools/commands/exit_status.h"
 #include "tools/host/link_session.h"
+#include "tools/terminal/input_lines.h"
 #include "tools/terminal/interrupt.h"
+#include "tools/terminal/json_link_printer.h"
+#include "tools/terminal/link_printer.h"
 
 namespace {
 
@@ -19,14 +22,27 @@ constexpr int kLongestWaitSec = 86400;
 constexpr char kHelp[] = "Keep a link to one of up to five servers, as an application does.";
 
 constexpr char kDetails[] =
-    "Sends each line of the standard input as a request and prints every link event and package\n"
-    "with the time of day. Lines wait while no link is up. Ends at the end of the input, once as\n"
-    "many packages came as lines were sent, or at Ctrl-C. Diagnostics go to standard error.\n\n";
+    "Sends each line of the standard input as a request. Lines wait while no link is up. Ends at\n"
+    "the end of the input, once as many packages came as lines were sent, or at Ctrl-C.\n\n"
+    "Each link event and package is printed with the time of day. Diagnostics go to standard\n"
+    "error.\n\n";
+
+constexpr char kJsonDetails[] =
+    "With --json each line is an object with time (ISO 8601, UTC), event and server:\n"
+    "  connecting, up, connect_failed, closed  the link's state\n"
+    "  request, package                        bytes, and text or hex: the body\n"
+    "  end                                     links, losses, failed_connects, requests,\n"
+    "                                          request_bytes, packages, package_bytes,\n"
+    "                                          status: the exit status, fault: the reason\n"
+    "A body is hex when it is not printable UTF-8.\n\n";
 
 struct LinkArguments {
   std::vector<std::string> servers;
   bool hex = false;
+  bool json = false;
   LinkOptions options;
+
+  BodyStyle Style() const { return hex ? BodyStyle::kHex : BodyStyle::kTextIfPrintable; }
 };
 
 LinkOptions MakeOptions(const LinkArguments& arguments) {
@@ -34,15 +50,13 @@ LinkOptions MakeOptions(const LinkArguments& arguments) {
   for (const std::string& server : arguments.servers) {
     options.servers.push_back(ParseEndpoint(server));
   }
-  if (arguments.hex) options.style = BodyStyle::kHex;
   return options;
 }
 
-int Link(const LinkArguments& arguments) {
-  CatchInterrupts();
-  LinkSession session(MakeOptions(arguments));
-  const int status = session.Run();
-  if (session.IsReading()) {
+int LinkWithStandardInput(const LinkArguments& arguments, LinkObserver* observer) {
+  auto lines = std::make_unique<InputLines>();
+  const int status = LinkSession(MakeOptions(arguments), lines.get(), observer).Run();
+  if (!lines->HasEnded()) {
     // The reader sits in a read of the standard input that no portable means can end: it cannot be
     // joined, and flushing all streams would wait for it. The client has ended by now.
     std::fflush(stdout);
@@ -51,12 +65,40 @@ int Link(const LinkArguments& arguments) {
   return status;
 }
 
+int Link(const LinkArguments& arguments) {
+  CatchInterrupts();
+  if (arguments.json) {
+    JsonLinkPrinter printer(arguments.hex);
+    return LinkWithStandardInput(arguments, &printer);
+  }
+  LinkPrinter printer(arguments.Style());
+  return LinkWithStandardInput(arguments, &printer);
+}
+
+void AddOutputOptions(CLI::App* command, LinkArguments* arguments) {
+  command->add_flag("--hex", arguments->hex, "Show all bodies as hex digits");
+  command->add_flag("--json", arguments->json, "Print one JSON object a line");
+}
+
+void AddWaitOptions(CLI::App* command, LinkOptions* options) {
+  command
+      ->add_option("--wait", options->answer_wait_sec,
+                   "Seconds that answers may take after the end of the input; status 1 when\n"
+                   "fewer packages than lines came. 0: does not wait")
+      ->transform(DecimalNumber(0, kLongestWaitSec))
+      ->capture_default_str();
+  command
+      ->add_option("--connect-wait", options->connect_wait_sec,
+                   "Seconds that a link may take to come up; status 1 when none does")
+      ->transform(DecimalNumber(1, kLongestWaitSec))
+      ->capture_default_str();
+}
+
 }  // namespace
 
 void AddLinkCommand(CLI::App* program, int* status) {
   CLI::App* const command = program->add_subcommand("link", kHelp);
   const auto arguments = std::make_shared<LinkArguments>();
-  LinkOptions& options = arguments->options;
   command
       ->add_option("SERVER", arguments->servers,
                    "1 to 5 servers with dotted addresses, in the order in which they are tried")
@@ -64,18 +106,8 @@ void AddLinkCommand(CLI::App* program, int* status) {
       ->type_name("HOST:PORT")
       ->expected(1, 5)
       ->required();
-  command->add_flag("--hex", arguments->hex, "Print all bodies as hex digits");
-  command
-      ->add_option("--wait", options.answer_wait_sec,
-                   "Seconds that answers may take after the end of the input; status 1 when\n"
-                   "fewer packages than lines came. 0: does not wait")
-      ->transform(DecimalNumber(0, kLongestWaitSec))
-      ->capture_default_str();
-  command
-      ->add_option("--connect-wait", options.connect_wait_sec,
-                   "Seconds that a link may take to come up; status 1 when none does")
-      ->transform(DecimalNumber(1, kLongestWaitSec))
-      ->capture_default_str();
-  command->footer(std::string(kDetails) + kExitStatusHelp);
+  AddOutputOptions(command, arguments.get());
+  AddWaitOptions(command, &arguments->options);
+  command->footer(std::string(kDetails) + kJsonDetails + kExitStatusHelp);
   command->callback([arguments, status] { *status = Link(*arguments); });
 }

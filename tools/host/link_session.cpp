@@ -1,11 +1,8 @@
 #include "tools/host/link_session.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <stdexcept>
 
 #include "tools/commands/exit_status.h"
-#include "tools/terminal/console.h"
 #include "tools/terminal/count_text.h"
 #include "tools/terminal/interrupt.h"
 
@@ -20,27 +17,30 @@ bool HasPassed(const FTTime& since, std::int32_t seconds) {
 
 }  // namespace
 
-LinkSession::LinkSession(const LinkOptions& options)
-    : m_options(options), m_down_since(ft::GetTickTime()), m_last_progress(m_down_since) {}
+LinkSession::LinkSession(const LinkOptions& options, LineSource* lines, LinkObserver* observer)
+    : m_options(options),
+      m_lines(lines),
+      m_observer(observer),
+      m_down_since(ft::GetTickTime()),
+      m_last_progress(m_down_since) {}
 
 int LinkSession::Run() {
-  if (m_lines.StartThread(0) != 0) throw std::runtime_error("the system makes no thread");
-  m_started = true;
   Link();
-  std::optional<int> end;
+  std::optional<LinkEnd> end;
   while (!end) {
     if (const auto notification = m_window.Wait(kLookAroundMs)) Handle(*notification);
     SendLines();
+    m_observer->OnPass();
     end = FindEnd();
   }
   m_client.UnLink();
-  return *end;
+  m_observer->OnEnd(*end);
+  return end->status;
 }
 
 void LinkSession::Link() {
   std::vector<Endpoint> servers = m_options.servers;
-  // Up to the time-out of the first connect nothing else would show.
-  std::fprintf(stderr, "ftc: connecting to %s\n", ShowEndpoint(servers[0]).c_str());
+  TellServer();
   servers.resize(kMostServers);  // a port of 0 ends the list
   m_client.Link(servers[0].host.c_str(), servers[0].port, servers[1].host.c_str(), servers[1].port,
                 servers[2].host.c_str(), servers[2].port, servers[3].host.c_str(), servers[3].port,
@@ -48,45 +48,53 @@ void LinkSession::Link() {
                 m_window.MessageNumber());
 }
 
+void LinkSession::TellServer() {
+  m_observer->OnConnecting(m_options.servers[m_turn % m_options.servers.size()]);
+}
+
 void LinkSession::Handle(const Notification& notification) {
-  if (notification.IsPackage()) {
-    ++m_packages;
-    PrintStamped(ShowCount(static_cast<std::int64_t>(notification.body.size()), "byte") + ": " +
-                 ShowBody(notification.body, m_options.style));
-    return;
-  }
-  PrintStamped(ShowLinkEvent(notification.link_event));
-  m_up = notification.link_event == LINK_EVENT_UP;
+  if (!notification.IsPackage()) return HandleLinkEvent(notification.link_event);
+  ++m_packages;
+  m_observer->OnPackage(notification.body);
+}
+
+// Events do not name the server, but each attempt that ends gives the next one its turn.
+void LinkSession::HandleLinkEvent(std::intptr_t link_event) {
+  m_observer->OnLinkEvent(link_event);
+  m_up = link_event == LINK_EVENT_UP;
   m_was_up = m_was_up || m_up;
-  if (notification.link_event == LINK_EVENT_CLOSED) m_down_since = ft::GetTickTime();
+  if (link_event == LINK_EVENT_CLOSED) m_down_since = ft::GetTickTime();
+  if (m_up) return;
+  ++m_turn;
+  TellServer();
 }
 
 void LinkSession::SendLines() {
-  if (!m_up && !m_told_to_wait && !m_lines.IsEmpty()) {
+  if (!m_up && !m_told_to_wait && !m_lines->IsEmpty()) {
     m_told_to_wait = true;
-    PrintStamped("waiting for the link; lines are sent when it is up");
+    m_observer->OnRequestsWait();
   }
-  while (m_up && !m_lines.IsEmpty()) {
-    const std::string line = m_lines.GetFirst();
+  while (m_up && !m_lines->IsEmpty()) {
+    const std::string line = m_lines->GetFirst();
     // The link has just closed, and its event is on the way: the line waits for the next link.
     if (m_client.AskData(line.data(), static_cast<unsigned int>(line.size())) != 0) break;
-    m_lines.DropFirst();
+    m_lines->DropFirst();
+    m_observer->OnRequest(line);
     ++m_requests;
     m_last_progress = ft::GetTickTime();
   }
-  if (m_input_ended || !m_lines.HasEnded()) return;
+  if (m_input_ended || !m_lines->HasEnded()) return;
   m_input_ended = true;
   m_last_progress = ft::GetTickTime();
 }
 
-std::optional<int> LinkSession::FindEnd() {
-  if (IsInterrupted()) return kExitDone;
+std::optional<LinkEnd> LinkSession::FindEnd() {
+  if (IsInterrupted()) return LinkEnd{kExitDone, {}};
   if (IsLinkOverdue()) {
-    std::fprintf(stderr, "ftc: no link within %s\n",
-                 ShowCount(m_options.connect_wait_sec, "second").c_str());
-    return kExitFailed;
+    return LinkEnd{kExitFailed,
+                   "no link within " + ShowCount(m_options.connect_wait_sec, "second")};
   }
-  if (!m_was_up || !m_input_ended || !m_lines.IsEmpty()) return {};
+  if (!m_was_up || !m_input_ended || !m_lines->IsEmpty()) return {};
   return FindEndOfAnswers();
 }
 
@@ -94,15 +102,14 @@ std::optional<int> LinkSession::FindEnd() {
 bool LinkSession::IsLinkOverdue() const {
   if (m_up) return false;
   if (!m_was_up) return HasPassed(m_down_since, m_options.connect_wait_sec);
-  return m_input_ended && !m_lines.IsEmpty() &&
+  return m_input_ended && !m_lines->IsEmpty() &&
          HasPassed(std::max(m_down_since, m_last_progress), m_options.connect_wait_sec);
 }
 
-std::optional<int> LinkSession::FindEndOfAnswers() const {
-  if (m_packages >= m_requests || m_options.answer_wait_sec == 0) return kExitDone;
+std::optional<LinkEnd> LinkSession::FindEndOfAnswers() const {
+  if (m_packages >= m_requests || m_options.answer_wait_sec == 0) return LinkEnd{kExitDone, {}};
   if (!HasPassed(m_last_progress, m_options.answer_wait_sec)) return {};
-  std::fprintf(stderr, "ftc: %lld sent, but %lld received within %s\n",
-               static_cast<long long>(m_requests), static_cast<long long>(m_packages),
-               ShowCount(m_options.answer_wait_sec, "second").c_str());
-  return kExitFailed;
+  return LinkEnd{kExitFailed, std::to_string(m_requests) + " sent, but " +
+                                  std::to_string(m_packages) + " received within " +
+                                  ShowCount(m_options.answer_wait_sec, "second")};
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -9,43 +10,42 @@
 #include "client/clientdatasource.h"
 #include "tools/commands/endpoint.h"
 #include "tools/host/host_window.h"
-#include "tools/terminal/body_text.h"
-#include "tools/terminal/input_lines.h"
+#include "tools/host/line_source.h"
+#include "tools/host/link_observer.h"
 
 struct LinkOptions {
   std::vector<Endpoint> servers;  // 1 to 5
-  BodyStyle style = BodyStyle::kTextIfPrintable;
   std::int32_t answer_wait_sec = 2;
   std::int32_t connect_wait_sec = 30;
 };
 
-// A host at the command line: sends the lines of the standard input as requests and prints what
-// the library tells it. One per process.
+// A host: sends lines as requests and tells an observer what the library tells it. One per process.
 class LinkSession {
  public:
-  explicit LinkSession(const LinkOptions& options);
+  // Both must outlive the object.
+  LinkSession(const LinkOptions& options, LineSource* lines, LinkObserver* observer);
 
-  // Blocks until the input has ended and its answers have come, until no link comes up, or until
+  // Blocks until the lines have ended and their answers have come, until no link comes up, or until
   // an interrupt; ends the client. The exit status.
   int Run();
 
-  // True when the input's reader still waits for a line, so that the object cannot be destroyed.
-  bool IsReading() const { return m_started && !m_lines.HasEnded(); }
-
  private:
   void Link();
+  void TellServer();
   void Handle(const Notification& notification);
+  void HandleLinkEvent(std::intptr_t link_event);
   void SendLines();
-  std::optional<int> FindEnd();
+  std::optional<LinkEnd> FindEnd();
   bool IsLinkOverdue() const;
-  std::optional<int> FindEndOfAnswers() const;
+  std::optional<LinkEnd> FindEndOfAnswers() const;
 
   const LinkOptions m_options;
+  LineSource* const m_lines;
+  LinkObserver* const m_observer;
   CClientDataSource m_client;
   HostWindow m_window{&m_client};
-  InputLines m_lines;
-  bool m_started = false;
 
+  std::size_t m_turn = 0;  // of the servers
   bool m_up = false;
   bool m_was_up = false;
   bool m_told_to_wait = false;

@@ -53,6 +53,14 @@ std::string ShowBody(const std::string& body, BodyStyle style) {
   return "hex " + ft::BytesToHex(body.data(), static_cast<std::int32_t>(body.size()), 1);
 }
 
+std::string ShowPackage(const std::string& body, BodyStyle style, std::size_t most_bytes) {
+  const std::string count = ShowCount(static_cast<std::int64_t>(body.size()), "byte") + ": ";
+  if (body.size() <= most_bytes) return count + ShowBody(body, style);
+  std::size_t end = most_bytes;
+  while (end > 0 && (ByteAt(body, end) & 0xc0) == 0x80) --end;  // not inside a character
+  return count + ShowBody(body.substr(0, end), style) + "...";
+}
+
 std::string ShowBodyShort(const char* body, std::size_t length, BodyStyle style) {
   const std::string count = ShowCount(static_cast<std::int64_t>(length), "byte");
   if (length == 0) return count;

@@ -2,22 +2,8 @@
 
 #include <cstdio>
 
-#include "00shcode/mytoolkit/clock.h"
 #include "00shcode/mytoolkit/lock.h"
-#include "00shcode/mytoolkit/text.h"
-
-namespace {
-
-std::string TimeOfDay() {
-  const FTTime now = ft::GetNowTime();
-  int hour = 0;
-  int minute = 0;
-  int second = 0;
-  ft::SplitLocalTime(now.seconds, nullptr, nullptr, nullptr, &hour, &minute, &second, nullptr);
-  return ft::FormatString("%02d:%02d:%02d.%03d", hour, minute, second, int{now.milliseconds});
-}
-
-}  // namespace
+#include "tools/terminal/time_text.h"
 
 void PrintLine(const std::string& text) {
   static CFTLock lock;
@@ -28,5 +14,5 @@ void PrintLine(const std::string& text) {
 }
 
 void PrintStamped(const std::string& text) {
-  PrintLine(TimeOfDay() + "  " + text);
+  PrintLine(ShowTimeOfDay(ft::GetNowTime()) + "  " + text);
 }

@@ -1,10 +1,12 @@
 #include "tools/terminal/input_lines.h"
 
 #include <iostream>
+#include <stdexcept>
 #include <utility>
 
 InputLines::InputLines() {
   SetThreadName("input");
+  if (StartThread(0) != 0) throw std::runtime_error("the system makes no thread");
 }
 
 InputLines::~InputLines() {

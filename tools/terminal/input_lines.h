@@ -5,24 +5,21 @@
 
 #include "00shcode/mytoolkit/lock.h"
 #include "00shcode/mytoolkit/thread.h"
+#include "tools/host/line_source.h"
 
-// Reads the standard input on a thread of its own, so that nobody else has to wait for it.
-class InputLines final : public CMyThread {
+// Reads the standard input on a thread of its own, so that nobody else has to wait for it. The
+// calls may be made from any thread.
+class InputLines final : public CMyThread, public LineSource {
  public:
+  // Begins to read. Throws std::runtime_error when the system makes no thread.
   InputLines();
   // Blocks until the input has ended: a thread in a read cannot be called back.
   ~InputLines() override;
 
-  // The following may be called from any thread; none blocks.
-
-  // True when no line will follow those that are waiting.
-  bool HasEnded() const;
-
-  bool IsEmpty() const;
-
-  // The oldest line, without its end; not for an empty queue.
-  std::string GetFirst() const;
-  void DropFirst();
+  bool HasEnded() const override;
+  bool IsEmpty() const override;
+  std::string GetFirst() const override;
+  void DropFirst() override;
 
  protected:
   std::int32_t RunOnce() override;
