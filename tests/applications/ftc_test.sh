@@ -66,6 +66,38 @@ case_json() {
   end INT "$server" 0
 }
 
+# Looks at the terminal until it shows all the texts: $screen.
+await_screen() { # texts...
+  local text end=$((SECONDS + limit))
+  for text in "$@"; do
+    until screen=$("${tmux[@]}" capture-pane -p) && [[ $screen == *"$text"* ]]; do
+      ((SECONDS < end)) || fail "the terminal does not show '$text': $screen"
+    done
+  done
+}
+
+case_live_view() {
+  type tmux || { echo "skipped: tmux is missing" && exit 77; }
+  tmux=(tmux -S "$work/tmux" -f /dev/null)
+  local act="trap : INT; \"\$@\"; echo ended \$?; stty -a | grep -o 'icanon.* echo '"
+  start_server --port 0
+  trap '"${tmux[@]}" kill-server; kill -KILL "${!running[@]}" || true; rm -rf "$work"' EXIT
+  # The system refuses to connect to the first server, and the library writes a line about that.
+  LC_ALL=C.UTF-8 "${tmux[@]}" new-session -d -x 90 -y 30 \
+    bash -c "$act; read; $act; exec cat" bash "${ftc[@]}" link 255.255.255.255:1 "$address"
+  await_screen "BeginConnect failed" "1 link, 0 lost, 1 failed attempt" "$address (server 2 of 2)"
+  "${tmux[@]}" send-keys grünx BSpace Enter unfinished
+  await_screen $'  5 bytes: grün\n' "> unfinished" "1 package " " 5 bytes "
+  "${tmux[@]}" resize-window -x 60 -y 15
+  "${tmux[@]}" send-keys C-u more C-d
+  await_screen "BeginConnect failed" "2 packages" $'ended 0\nicanon'
+  "${tmux[@]}" send-keys Enter
+  await_screen "1 link" $'\n>'
+  kill -QUIT "$(pgrep -f "^${ftc[*]} link .*$address")"
+  await_screen $'ended 131\nicanon'
+  end INT "$server" 0
+}
+
 case_push() {
   start_server --port 0 --mode push --count 20 --rate 200 --size 100
   start_link "$address"

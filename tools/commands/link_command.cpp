@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tools/commands/decimal_number.h"
@@ -14,6 +15,8 @@
 #include "tools/terminal/interrupt.h"
 #include "tools/terminal/json_link_printer.h"
 #include "tools/terminal/link_printer.h"
+#include "tools/terminal/live_view.h"
+#include "tools/terminal/standard_streams.h"
 
 namespace {
 
@@ -24,8 +27,11 @@ constexpr char kHelp[] = "Keep a link to one of up to five servers, as an applic
 constexpr char kDetails[] =
     "Sends each line of the standard input as a request. Lines wait while no link is up. Ends at\n"
     "the end of the input, once as many packages came as lines were sent, or at Ctrl-C.\n\n"
-    "Each link event and package is printed with the time of day. Diagnostics go to standard\n"
-    "error.\n\n";
+    "On a terminal a live view shows the state of the link, figures for both directions and what\n"
+    "happened last; Page Up and Page Down move through that. Rates are those of the last second,\n"
+    "graphs show the bytes of the last minute. Elsewhere, or with --plain, each link event and\n"
+    "package is a line with the time of day.\n\n"
+    "Diagnostics go to standard error.\n\n";
 
 constexpr char kJsonDetails[] =
     "With --json each line is an object with time (ISO 8601, UTC), event and server:\n"
@@ -39,6 +45,7 @@ constexpr char kJsonDetails[] =
 struct LinkArguments {
   std::vector<std::string> servers;
   bool hex = false;
+  bool plain = false;
   bool json = false;
   LinkOptions options;
 
@@ -65,11 +72,21 @@ int LinkWithStandardInput(const LinkArguments& arguments, LinkObserver* observer
   return status;
 }
 
+int LinkOnScreen(const LinkArguments& arguments, std::unique_ptr<Screen> screen) {
+  const bool keyboard = IsTerminal(StandardStream::kInput);
+  LiveView view(std::move(screen), arguments.servers.size(), arguments.Style(), keyboard);
+  if (!keyboard) return LinkWithStandardInput(arguments, &view);
+  return LinkSession(MakeOptions(arguments), view.GetTypedLines(), &view).Run();
+}
+
 int Link(const LinkArguments& arguments) {
   CatchInterrupts();
   if (arguments.json) {
     JsonLinkPrinter printer(arguments.hex);
     return LinkWithStandardInput(arguments, &printer);
+  }
+  if (!arguments.plain && IsTerminal(StandardStream::kOutput)) {
+    if (auto screen = OpenScreen()) return LinkOnScreen(arguments, std::move(screen));
   }
   LinkPrinter printer(arguments.Style());
   return LinkWithStandardInput(arguments, &printer);
@@ -77,7 +94,9 @@ int Link(const LinkArguments& arguments) {
 
 void AddOutputOptions(CLI::App* command, LinkArguments* arguments) {
   command->add_flag("--hex", arguments->hex, "Show all bodies as hex digits");
-  command->add_flag("--json", arguments->json, "Print one JSON object a line");
+  CLI::Option* const plain =
+      command->add_flag("--plain", arguments->plain, "Print lines on a terminal too");
+  command->add_flag("--json", arguments->json, "Print one JSON object a line")->excludes(plain);
 }
 
 void AddWaitOptions(CLI::App* command, LinkOptions* options) {

@@ -10,3 +10,7 @@ void CarryBytesUnchanged() {
   _setmode(_fileno(stdout), _O_BINARY);
   _setmode(_fileno(stderr), _O_BINARY);
 }
+
+bool IsTerminal(StandardStream stream) {
+  return _isatty(_fileno(stream == StandardStream::kInput ? stdin : stdout)) != 0;
+}

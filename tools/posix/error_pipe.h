@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+
+// Keeps what the process writes to its standard error stream, for as long as the object lives. Does
+// nothing when the stream is no terminal. One object.
+class ErrorPipe {
+ public:
+  // Throws std::system_error when the system has no descriptors left.
+  ErrorPipe();
+  ~ErrorPipe();  // the stream is what it was
+  ErrorPipe(const ErrorPipe&) = delete;
+  ErrorPipe& operator=(const ErrorPipe&) = delete;
+
+  // What was written since the last call. Does not block.
+  std::string Take();
+
+  // Gives the stream back and writes to it what is left. For signal handlers too.
+  void Spill();
+
+ private:
+  int m_reader = -1;
+  int m_stream = -1;  // the stream as it was
+};
