@@ -5,6 +5,7 @@
 #include <string>
 
 #include "tools/commands/balance_command.h"
+#include "tools/commands/bench_command.h"
 #include "tools/commands/demo_command.h"
 #include "tools/commands/exit_status.h"
 #include "tools/commands/help_formatter.h"
@@ -26,6 +27,7 @@ int main(int argc, char** argv) {
   AddLinkCommand(&program, &status);
   AddTapCommand(&program, &status);
   AddBalanceCommand(&program, &status);
+  AddBenchCommand(&program, &status);
   AddDemoCommand(&program, &status);
   try {
     program.parse(argc, argv);

@@ -66,6 +66,21 @@ case_json() {
   end INT "$server" 0
 }
 
+case_bench() {
+  type jq || { echo "skipped: jq is missing" && exit 77; }
+  start_server --port 0
+  run bench "$address" --json --warm-up 0 --count 500 --in-flight 20 --size 1000
+  expect "figures" true "$(grep '^{' <<<"$output" | jq '.round_trips == 500 and .min_us > 0 and
+    .min_us <= .p50_us and .p50_us <= .p99_us and .p99_us <= .p99_9_us and .p99_9_us <= .max_us and
+    (.sent_bytes_per_second / .per_second | round) == 1000')"
+  end INT "$server" 0
+  start_server --port 0 --mode push --rate 500
+  run bench "$address"
+  [[ "$status $output" == "1 "*"$address does not echo: "*"; answered 64 bytes: push 1 "* ]] ||
+    fail "a server that pushes: $status $output"
+  end INT "$server" 0
+}
+
 # Looks at the terminal until it shows all the texts: $screen.
 await_screen() { # texts...
   local text end=$((SECONDS + limit))

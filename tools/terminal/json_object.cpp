@@ -30,7 +30,7 @@ JsonObject& JsonObject::Add(const char* name, std::int64_t value) {
 }
 
 JsonObject& JsonObject::Add(const char* name, double value) {
-  return AddRaw(name, ft::FormatString("%.1f", value));
+  return AddRaw(name, ft::FormatString("%.3f", value));
 }
 
 JsonObject& JsonObject::AddBody(const std::string& body, bool hex) {

@@ -9,7 +9,7 @@ class JsonObject {
   // The value is UTF-8 text.
   JsonObject& Add(const char* name, const std::string& value);
   JsonObject& Add(const char* name, std::int64_t value);
-  JsonObject& Add(const char* name, double value);  // with one decimal place
+  JsonObject& Add(const char* name, double value);  // with three decimal places
 
   // A package's body: "bytes", and "text", or "hex" when it is not printable or hex is wanted.
   JsonObject& AddBody(const std::string& body, bool hex);
