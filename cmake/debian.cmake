@@ -32,8 +32,8 @@ describe_package(DEVELOPMENT "client-side communication library (development fil
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME ftclient-tools)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION net)
 describe_package(TOOL "client-side communication library (tool)"
-  "ftc, a host for the command line and a server to develop with, and a
-dissector for Wireshark")
+  "ftc, a host for the command line and a server to
+develop with, and a dissector for Wireshark")
 
 # Every package has these two.
 if(CMAKE_INSTALL_PREFIX STREQUAL "/usr")
