@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
-#include <iterator>
 
 #include "tools/posix/sudden_end.h"
 
@@ -105,7 +104,7 @@ CursesScreen::CursesScreen(SCREEN* screen)
   set_escdelay(25);
   nodelay(stdscr, TRUE);
   keypad(stdscr, TRUE);
-  SetStyles();
+  SetColors();
 }
 
 CursesScreen::~CursesScreen() {
@@ -123,14 +122,13 @@ void CursesScreen::GiveTerminalBack() {
   g_errors->Spill();
 }
 
-void CursesScreen::SetStyles() {
+void CursesScreen::SetColors() {
   if (!has_colors() || start_color() != OK) return;
   use_default_colors();
-  constexpr short kColors[] = {COLOR_GREEN, COLOR_YELLOW, COLOR_RED};
-  for (short pair = 1; pair <= static_cast<short>(std::size(kColors)); ++pair) {
-    init_pair(pair, COLOR_BLACK, kColors[pair - 1]);
-    m_styles[pair] = static_cast<chtype>(COLOR_PAIR(pair));
-  }
+  constexpr short kColors[] = {COLOR_GREEN, COLOR_YELLOW, COLOR_RED};  // as LineStyle has them
+  short pair = 0;
+  for (const short color : kColors) init_pair(++pair, COLOR_BLACK, color);
+  m_has_colors = true;
 }
 
 // Asked for each time: a screen without a keyboard gets no word of a change.
@@ -155,9 +153,8 @@ void CursesScreen::PaintLine(int row, const ScreenLine& line) {
   const std::wstring text = CutToWidth(line.text, COLS);
   mvaddnwstr(row, 0, text.data(), static_cast<int>(text.size()));
   if (line.style == LineStyle::kPlain) return;
-  const chtype style = m_styles[static_cast<int>(line.style)];
-  mvchgat(row, 0, -1, static_cast<attr_t>(style & ~A_COLOR), static_cast<short>(PAIR_NUMBER(style)),
-          nullptr);
+  const auto pair = static_cast<short>(line.style);
+  mvchgat(row, 0, -1, m_has_colors ? A_NORMAL : A_REVERSE, m_has_colors ? pair : short{0}, nullptr);
 }
 
 // Bytes instead of characters: of those that the locale does not know, curses makes none.

@@ -27,12 +27,12 @@ class CursesScreen final : public Screen {
   explicit CursesScreen(SCREEN* screen);
 
   static void GiveTerminalBack();
-  void SetStyles();
+  void SetColors();
   void PaintLine(int row, const ScreenLine& line);
 
   SCREEN* const m_screen;
   const bool m_unicode;
   const bool m_typing;  // the standard input is a terminal
-  chtype m_styles[4] = {A_NORMAL, A_REVERSE, A_REVERSE, A_REVERSE};
+  bool m_has_colors = false;
   ErrorPipe m_errors;
 };
