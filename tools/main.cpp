@@ -6,10 +6,12 @@
 
 #include "tools/commands/balance_command.h"
 #include "tools/commands/bench_command.h"
+#include "tools/commands/completion_command.h"
 #include "tools/commands/demo_command.h"
 #include "tools/commands/exit_status.h"
 #include "tools/commands/help_formatter.h"
 #include "tools/commands/link_command.h"
+#include "tools/commands/manual_command.h"
 #include "tools/commands/serve_command.h"
 #include "tools/commands/tap_command.h"
 #include "tools/terminal/standard_streams.h"
@@ -29,6 +31,8 @@ int main(int argc, char** argv) {
   AddBalanceCommand(&program, &status);
   AddBenchCommand(&program, &status);
   AddDemoCommand(&program, &status);
+  AddManualCommand(&program, &status);
+  AddCompletionCommand(&program, &status);
   try {
     program.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

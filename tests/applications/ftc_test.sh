@@ -81,6 +81,38 @@ case_bench() {
   end INT "$server" 0
 }
 
+case_manual() {
+  type groff || { echo "skipped: groff is missing" && exit 77; }
+  local option command
+  run manual
+  expect "warnings of groff" "" "$(groff -ww -z -man -Tutf8 <<<"$output" 2>&1)"
+  for command in $("${client[@]}" --help | sed '1,/^Subcommands:/d; /^$/,$d' | awk '{print $1}'); do
+    for option in "ftc $command" $("${client[@]}" "$command" --help | grep -oE '^  --[a-z-]+'); do
+      grep -qe "${option//-/\\\\-}" <<<"$output" || fail "the manual lacks $option of $command"
+    done
+  done
+}
+
+case_completion() {
+  local words offered
+  run completion bash
+  eval "$output"
+  while IFS=@ read -r words offered; do
+    read -ra COMP_WORDS <<<"$words"
+    [[ $words != *" " ]] || COMP_WORDS+=("")
+    COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+    _ftc
+    expect "words for <$words>" "$offered" "${COMPREPLY[*]}"
+  done <<'END'
+ftc b@balance bench
+ftc serve --mode @echo push mute balance
+ftc serve --mode = p@push
+ftc serve --port @
+ftc link --js@--json
+ftc completion z@zsh
+END
+}
+
 # Looks at the terminal until it shows all the texts: $screen.
 await_screen() { # texts...
   local text end=$((SECONDS + limit))

@@ -16,7 +16,10 @@ namespace {
 constexpr char kHelp[] = "Ask a balance server one question and print its answer.";
 
 constexpr char kDetails[] =
-    "Gives up after about 8 seconds without a link, or 10 without an answer.\n\n";
+    "Gives up after about 8 seconds without a link, or 10 without an answer.\n\n"
+    "Examples:\n"
+    "  ftc serve --port 9002 --mode balance          # a server to ask\n"
+    "  ftc balance localhost:9002 --ask 65\n\n";
 
 struct BalanceOptions {
   std::string server;

@@ -31,7 +31,11 @@ constexpr char kDetails[] =
     "one\n"
     "request in flight that is the round trip alone; with more, what a pipeline gets through.\n"
     "The server has to send each body back, as 'ftc serve' does: each answer is compared with its\n"
-    "request. Percentiles are right to 0.4 %. Ctrl-C ends the measurement early.\n\n";
+    "request. Percentiles are right to 0.4 %. Ctrl-C ends the measurement early.\n\n"
+    "Examples:\n"
+    "  ftc bench 127.0.0.1:9000                      # round trips, one at a time\n"
+    "  ftc bench 127.0.0.1:9000 --in-flight 64       # throughput\n"
+    "  ftc bench 127.0.0.1:9000 --count 1000 --json\n\n";
 
 struct BenchArguments {
   std::string server;

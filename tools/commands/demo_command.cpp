@@ -11,7 +11,9 @@ constexpr char kHelp[] = "Show in a few seconds what the library does.";
 
 constexpr char kDetails[] =
     "Two servers and a client in this process, on ports of the loopback interface that the system\n"
-    "chooses. Diagnostics go to standard error.\n\n";
+    "chooses. Diagnostics go to standard error.\n\n"
+    "Examples:\n"
+    "  ftc demo\n\n";
 
 }  // namespace
 

@@ -35,12 +35,18 @@ constexpr char kDetails[] =
 
 constexpr char kJsonDetails[] =
     "With --json each line is an object with time (ISO 8601, UTC), event and server:\n"
-    "  connecting, up, connect_failed, closed  the link's state\n"
-    "  request, package                        bytes, and text or hex: the body\n"
-    "  end                                     links, losses, failed_connects, requests,\n"
-    "                                          request_bytes, packages, package_bytes,\n"
-    "                                          status: the exit status, fault: the reason\n"
-    "A body is hex when it is not printable UTF-8.\n\n";
+    "  connecting, up          the server whose turn it is, and the link to it\n"
+    "  connect_failed, closed  an attempt, a link that ended\n"
+    "  request, package        bytes, and text or hex: the body\n"
+    "  end                     links, losses, failed_connects, requests,\n"
+    "                          request_bytes, packages, package_bytes,\n"
+    "                          status: the exit status, fault: the reason\n"
+    "A body is hex when it is not printable UTF-8.\n\n"
+    "Examples:\n"
+    "  ftc link 127.0.0.1:9000                       # on a terminal: the live view\n"
+    "  ftc link 10.0.0.1:9000 10.0.0.2:9000          # two servers, tried in turn\n"
+    "  echo hello | ftc link 127.0.0.1:9000          # one request, and its answer\n"
+    "  ftc link --json 127.0.0.1:9000 </dev/null     # for programs\n\n";
 
 struct LinkArguments {
   std::vector<std::string> servers;
