@@ -33,34 +33,41 @@ bool WirePackage::IsHeartbeat() const {
   return verdict == Verdict::kSound && ft::IsHeartbeatBody(wire.data() + kHeadLen, body_len);
 }
 
+// What was taken goes here: the rest moves once for many packages.
+void PackageStream::Add(const char* data, std::size_t length) {
+  m_bytes.erase(0, m_taken);
+  m_taken = 0;
+  m_bytes.append(data, length);
+}
+
 std::optional<WirePackage> PackageStream::Take() {
   PassOver();
-  if (!m_readable || m_bytes.size() < kHeadLen) return {};
-  const std::int32_t length = ft::GetPkgLen(m_bytes.data(), ft::kPkgHeadLen);
+  if (!m_readable || CountRest() < kHeadLen) return {};
+  const std::int32_t length = ft::GetPkgLen(m_bytes.data() + m_taken, ft::kPkgHeadLen);
   if (length < 0) {
     m_readable = false;
-    return TakeFront(WirePackage::Verdict::kNoPackage, m_bytes.size());
+    return TakeFront(WirePackage::Verdict::kNoPackage, CountRest());
   }
   const auto whole = static_cast<std::size_t>(length);
   if (length >= kTooLongPkg) {
     m_to_pass_over = whole - kHeadLen;
     return TakeFront(WirePackage::Verdict::kTooLong, kHeadLen);
   }
-  if (m_bytes.size() < whole) return {};
+  if (CountRest() < whole) return {};
   WirePackage package = TakeFront(WirePackage::Verdict::kSound, whole);
   if (!HasRightChecksum(package.wire)) package.verdict = WirePackage::Verdict::kWrongChecksum;
   return package;
 }
 
 WirePackage PackageStream::TakeFront(WirePackage::Verdict verdict, std::size_t length) {
-  WirePackage package{verdict, m_bytes.substr(0, length)};
-  m_bytes.erase(0, length);
+  WirePackage package{verdict, m_bytes.substr(m_taken, length)};
+  m_taken += length;
   return package;
 }
 
 void PackageStream::PassOver() {
-  const std::size_t length = m_readable ? std::min(m_to_pass_over, m_bytes.size()) : m_bytes.size();
-  m_bytes.erase(0, length);
+  const std::size_t length = m_readable ? std::min(m_to_pass_over, CountRest()) : CountRest();
+  m_taken += length;
   m_to_pass_over -= std::min(m_to_pass_over, length);
 }
 

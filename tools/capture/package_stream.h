@@ -27,19 +27,22 @@ struct WirePackage {
 // Cuts what travels in one direction of a link into packages. Plain data.
 class PackageStream {
  public:
-  void Add(const char* data, std::size_t length) { m_bytes.append(data, length); }
+  void Add(const char* data, std::size_t length);
 
   // The next package, once all of it was added.
   std::optional<WirePackage> Take();
 
   // Bytes that are no whole package yet.
-  const std::string& GetRest() const { return m_bytes; }
+  std::string GetRest() const { return m_bytes.substr(m_taken); }
 
  private:
   WirePackage TakeFront(WirePackage::Verdict verdict, std::size_t length);
   void PassOver();
 
+  std::size_t CountRest() const { return m_bytes.size() - m_taken; }
+
   std::string m_bytes;
+  std::size_t m_taken = 0;  // of them
   std::size_t m_to_pass_over = 0;
   bool m_readable = true;
 };

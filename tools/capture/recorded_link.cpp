@@ -105,7 +105,7 @@ class LinkReader {
   }
 
   void AddRest(std::int64_t time_us, const Way& way) {
-    const std::string& rest = way.stream.GetRest();
+    const std::string rest = way.stream.GetRest();
     if (rest.empty()) return;
     const WirePackage package{WirePackage::Verdict::kNoPackage, rest};
     m_link.events.push_back({time_us, way.direction, false, package});
