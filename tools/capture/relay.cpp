@@ -2,11 +2,15 @@
 
 #include <cstdint>
 
+#include "00shcode/mytoolkit/clock.h"
+#include "tools/capture/end_sending.h"
+
 namespace capture {
 
 namespace {
 
 constexpr std::int32_t kConnectLimitMs = 10000;
+constexpr std::int32_t kEndLimitMs = 60000;
 constexpr std::int32_t kWithoutLimit = -1;
 
 }  // namespace
@@ -105,8 +109,24 @@ void Relay::EndBy(RelayEvents::End end) {
   CMyThread::StopThread();
 }
 
+// To close a socket that something unread waits in throws away what is still on the way to its
+// peer: what the peer sends is taken until it ends its side, too.
+void Relay::PassEndOn(const Way& way) {
+  EndSending(way.to);
+  const platform::BytePiece piece{m_space.data(), static_cast<int>(m_space.size())};
+  const FTTime start = ft::GetTickTime();
+  std::int32_t received = 0;
+  while (ft::ElapsedMs(ft::GetTickTime(), start) < kEndLimitMs &&
+         FTSockWaitReadable(way.to, kEndLimitMs, &m_waker) == 1 &&
+         FTSockRecv(way.to, &piece, 1, &received) >= 0) {
+  }
+}
+
 void Relay::OnExitThread() {
   m_events->OnEnd(m_end);
+  for (const Way* const way : {&m_to_server, &m_to_application}) {
+    if (way->from_ended) PassEndOn(*way);
+  }
   FTSockClose(m_to_server.from);
   FTSockClose(m_to_server.to);
   m_to_server.from = m_to_server.to = kNoSocket;

@@ -25,7 +25,7 @@ class RelayEvents {
 
 // Passes on the bytes of one link between an application and a server, unchanged and no faster than
 // the receiver takes them. When one side ends the link, the other gets what was still on the way,
-// and then the end; what travels against it by then is lost.
+// and then the end; what travels against it from then on is lost.
 class Relay final : public CMyThread {
  public:
   // Takes over the application's socket. events must outlive the object.
@@ -59,6 +59,7 @@ class Relay final : public CMyThread {
   void Receive(Way* way);
   void PassOn(Way* way);
   void EndBy(RelayEvents::End end);
+  void PassEndOn(const Way& way);
 
   // Constant.
   const Endpoint m_server;
