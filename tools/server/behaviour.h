@@ -30,7 +30,7 @@ class Behaviour {
   // True when everything happened that was to happen.
   virtual bool IsComplete() const = 0;
 
-  // True when the server is to end with this link, unless others are up.
+  // True when the server is to end with this link, or with the last of those that are up by then.
   virtual bool EndsServer() const = 0;
 };
 

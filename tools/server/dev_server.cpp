@@ -115,13 +115,15 @@ void DevServer::OnAccepted(const FTLinkInfo* link, const FTLinkInfo*) {
   ReportLink(*link, "up from " + link->remote_address + ":" + std::to_string(link->remote_port));
   const CFTScopedLock guard(&m_lock);
   // In event mode 0 OnLinkClosed may have run already; for a link that is up it will run later.
-  if (IsLinkUp(link->link_id) != 0) BeginBehaviour(link->link_id);
+  const bool ends_later = m_settings.event_mode == FTEventMode::kByMessage;
+  if (ends_later || IsLinkUp(link->link_id) != 0) BeginBehaviour(link->link_id);
 }
 
 void DevServer::OnLinkClosed(const FTLinkInfo* link, FTCloseReason reason) {
   std::string progress;
   {
     const CFTScopedLock guard(&m_lock);
+    BeginBehaviour(link->link_id);  // in event mode 0 OnAccepted may come later, and leave it out
     progress = EndBehaviour(link->link_id);
   }
   ReportLink(*link, "closed: " + ShowCloseReason(reason) + progress);
@@ -184,7 +186,8 @@ std::string DevServer::EndBehaviour(const std::string& link_id) {
   const std::unique_ptr<Behaviour> behaviour = std::move(found->second);
   m_links.erase(found);
   if (!behaviour->IsComplete()) m_complete.store(false);
-  if (behaviour->EndsServer() && m_links.empty()) m_done.store(true);
+  m_ending = m_ending || behaviour->EndsServer();
+  if (m_ending && m_links.empty()) m_done.store(true);
   return ", " + behaviour->ShowProgress();
 }
 

@@ -81,4 +81,5 @@ class DevServer final : public CFTBaseSockIf {
   bool m_listen_tried FT_GUARDED_BY(m_lock) = false;
   std::uint16_t m_port FT_GUARDED_BY(m_lock) = 0;
   std::map<std::string, std::unique_ptr<Behaviour>> m_links FT_GUARDED_BY(m_lock);  // by link id
+  bool m_ending FT_GUARDED_BY(m_lock) = false;  // with the last of the links
 };
