@@ -13,8 +13,12 @@ constexpr std::int64_t kHeartbeatIsDueUs = 17000000;
 
 Replay::Replay(const RecordedLink& link) {
   std::int64_t reference_us = link.start_us;
+  std::int64_t sent_us = link.start_us;
+  bool was_silent = false;  // for longer than a server that sends heartbeats
   for (const RecordedLink::Event& event : link.events) {
     const bool from_server = event.direction == Direction::kToApplication;
+    was_silent = was_silent || event.time_us - sent_us >= kHeartbeatIsDueUs;
+    if (from_server) sent_us = event.time_us;
     const bool sound = event.package.verdict == capture::WirePackage::Verdict::kSound;
     if (!event.is_end && event.package.IsHeartbeat()) {
       heartbeats = heartbeats || from_server;
@@ -28,7 +32,5 @@ Replay::Replay(const RecordedLink& link) {
       reference_us = event.time_us;
     }
   }
-  const bool is_short =
-      link.events.empty() || link.events.back().time_us - link.start_us < kHeartbeatIsDueUs;
-  heartbeats = heartbeats || is_short;
+  heartbeats = heartbeats || !was_silent;
 }

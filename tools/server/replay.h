@@ -20,5 +20,5 @@ struct Replay {
 
   std::vector<std::string> requests;  // bodies
   std::vector<Step> steps;            // without heartbeats
-  bool heartbeats = false;            // the server sent them, or the link was too short for one
+  bool heartbeats = false;            // the server sent them, or was never silent long enough
 };
