@@ -1,5 +1,6 @@
 #include "tools/capture/recorded_link.h"
 
+#include <algorithm>
 #include <list>
 #include <map>
 #include <stdexcept>
@@ -37,13 +38,17 @@ class LinkReader {
     m_link.start_us = time_us;
   }
 
-  // True for the segment that the link began with, which may be there again.
+  // True for the segment that the link began with, which may be there again. Behind the end it
+  // begins another link between the same ports.
   bool IsBegunBy(const TcpSegment& segment) const {
-    return m_to_server.from == segment.from && m_to_server.to == segment.to &&
+    return !m_ended && m_to_server.from == segment.from && m_to_server.to == segment.to &&
            m_first_sequence == segment.sequence;
   }
 
   bool HasComeUp() const { return m_to_application.is_begun; }
+
+  // True when segments are there whose predecessors are not; a reset may have any number.
+  bool LacksBytes() const { return LacksBytes(m_to_server) || LacksBytes(m_to_application); }
 
   // False: the segment belongs to another link.
   bool Take(std::int64_t time_us, const TcpSegment& segment) {
@@ -53,7 +58,9 @@ class LinkReader {
       way->is_begun = true;
       way->next_sequence = segment.sequence + 1;
     } else if (way->is_begun && !Has(segment, TcpFlags::kSyn)) {
-      way->early.emplace(segment.sequence, segment);
+      // An acknowledgement has the same number as the bytes behind it.
+      TcpSegment& kept = way->early[segment.sequence];
+      if (segment.payload.size() >= kept.payload.size()) kept = segment;
       TakeInOrder(time_us, way);
     }
     return true;
@@ -67,6 +74,11 @@ class LinkReader {
   }
 
  private:
+  static bool LacksBytes(const Way& way) {
+    return std::any_of(way.early.begin(), way.early.end(),
+                       [](const auto& entry) { return !Has(entry.second, TcpFlags::kRst); });
+  }
+
   Way* FindWay(const TcpSegment& segment) {
     for (Way* const way : {&m_to_server, &m_to_application}) {
       if (way->from == segment.from && way->to == segment.to) return way;
@@ -140,7 +152,9 @@ std::vector<RecordedLink> ReadRecordedLinks(const std::string& path) {
   for (const Frame& frame : ReadCapture(path)) TakeFrame(frame, &readers);
   std::vector<RecordedLink> links;
   for (LinkReader& reader : readers) {
-    if (reader.HasComeUp()) links.push_back(reader.Finish());
+    if (!reader.HasComeUp()) continue;
+    if (reader.LacksBytes()) throw std::runtime_error("'" + path + "' lacks bytes of a link");
+    links.push_back(reader.Finish());
   }
   if (links.empty())
     throw std::runtime_error("'" + path + "' does not hold the beginning of a link");

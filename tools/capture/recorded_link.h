@@ -24,7 +24,7 @@ struct RecordedLink {
 
 // The links whose beginning is in the capture file, in the order in which they began. Segments may
 // be there twice or in any order, as on a network. Throws std::runtime_error when the file cannot
-// be read or holds no such link.
+// be read, holds no such link, or lacks bytes of one.
 std::vector<RecordedLink> ReadRecordedLinks(const std::string& path);
 
 }  // namespace capture

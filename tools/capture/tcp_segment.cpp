@@ -101,7 +101,9 @@ std::optional<TcpSegment> FindTcpSegment(const Frame& frame) {
   const std::string& bytes = frame.bytes;
   if (ip == std::string::npos || bytes.size() < ip + kIpHeadLen + kTcpHeadLen) return {};
   const std::size_t ip_head_len = LoadBig(bytes, ip, 1) % 16 * 4;
-  const std::size_t end = ip + LoadBig(bytes, ip + 2, 2);
+  // Systems that leave the cutting to the network card hand segments over without a length.
+  const std::size_t ip_len = LoadBig(bytes, ip + 2, 2);
+  const std::size_t end = ip_len == 0 ? bytes.size() : ip + ip_len;
   const std::size_t tcp = ip + ip_head_len;
   const bool is_tcp = LoadBig(bytes, ip, 1) / 16 == 4 && LoadBig(bytes, ip + 9, 1) == kTcpProtocol;
   if (!is_tcp || end > bytes.size() || tcp + kTcpHeadLen > end) return {};
