@@ -124,6 +124,8 @@ Script ReadScript(const std::string& path) {
   if (!file || (!std::getline(file, line) && !file.eof())) {
     throw std::runtime_error("cannot read '" + path + "'");
   }
+  constexpr char kByteOrderMark[] = "\xEF\xBB\xBF";  // some editors put it in front
+  if (line.compare(0, 3, kByteOrderMark) == 0) line.erase(0, 3);
   Script script;
   int number = 0;
   do {
