@@ -188,13 +188,24 @@ case_failover() {
   await_line "$server_out" stopped
 }
 
+# One link that the client ends, and one on which it sends a heartbeat and a request.
+expect_session() { # third request of the first link, its answers
+  run link "$address" <<<$'one\ntwo\n'"$1"
+  expect_answers "$2"
+  exec 8<>"/dev/tcp/${address/://}"
+  printf '\1\0\0\0\0\0\0\3\xb7\xbd\xff\xffHB\0\1\0\0\0\0\0\0\3\x9e\x9d\x9c\xffabc' >&8
+  expect "bytes up to the server's end" 300012 "$(timeout "$limit" wc -c <&8)"
+  exec 8>&-
+}
+
 # A scripted session passes through a tap, and the recording takes the server's place.
 case_tap() {
-  local answers=$'LINK_EVENT_UP\n2 bytes: hex 0061\n3 bytes: ...\n5 bytes: later' server_address
+  local answers=$'LINK_EVENT_UP\n2 bytes: hex 0061\n3 bytes: ...\n5 bytes: later' server_address last began
   cat >"$work/script" <<'END'
 on request "one", answer hex 0061; after 300 ms send "later"  # a comment
 on request beginning "tw", answer 3 bytes; send damaged "x"
-on any request, ignore
+on request "abc", answer 300000 bytes; close
+on any request, send damaged "y"
 END
   start_server --port 0 --script "$work/script"
   server_address=$address
@@ -202,21 +213,23 @@ END
   local tap=$pid tap_out=$out
   await_line "$tap_out" "listening on"
   address=${line#listening on }
-  run link "$address" <<<$'one\ntwo\nthree'
-  expect_answers "$answers"
-  await_line "$tap_out" "closed by the application: -> 3 packages (47 bytes), <- 4 packages (59 "
+  expect_session three "$answers"
+  await_line "$tap_out" "closed by the application: -> 3 packages (47 bytes), <- 5 packages (72 "
   [[ ${passed[*]} == *"1 up: "*" -> $server_address "* &&
     ${passed[*]} == *"<- WRONG CHECKSUM 87FFFFFE, right is 87FFFFFF: package of 1 byte: x "* ]] ||
     fail "the tap tells something else: ${passed[*]}"
   end INT "$tap" 0
   end INT "$server" 0
   for last in three four; do
-    start_server --port 0 --replay "$work/recording" --once
-    run link "$address" <<<$'one\ntwo\n'$last
-    expect_answers "$answers"
+    began=${EPOCHREALTIME/[.,]/}
+    start_server --port 0 --replay "$work/recording" --once --speed 0.5
+    expect_session "$last" "$answers"
+    ((${EPOCHREALTIME/[.,]/} - began > 500000)) || fail "the replay does not take its time"
     await_end "$server" "$([[ $last == three ]] && echo 0 || echo 1)"
+    await_line "$server_out" "5 of 5 steps played"
   done
-  await_line "$server_out" "request 3 differs, recorded was 5 bytes: three"
+  [[ ${passed[*]} == *"request 3 differs, recorded was 5 bytes: three"* ]] ||
+    fail "the different request is not named: ${passed[*]}"
 }
 
 # Status and text of each outcome, then the arguments; the input is one line.
