@@ -110,7 +110,9 @@ std::vector<Frame> ReadCapture(const std::string& path) {
   const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
   if (bytes.size() < kBlockFrameLen ||
       Load(bytes, 0, 4, ByteOrder::kLittle) != kSectionBlock) {  // the same in either order
-    throw std::runtime_error("'" + path + "' is not a capture file in the pcapng format");
+    throw std::runtime_error(
+        "'" + path +
+        "' is not a capture file in the pcapng format; 'editcap -F pcapng' converts others");
   }
   return BlockReader(bytes).ReadAll();
 }
