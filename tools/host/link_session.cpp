@@ -10,6 +10,7 @@ namespace {
 
 constexpr int kLookAroundMs = 50;  // how long a line or an interrupt may wait for notice
 constexpr std::size_t kMostServers = 5;
+constexpr int kMostAtOnce = 100;  // packages, and lines, before the others have their turn
 
 bool HasPassed(const FTTime& since, std::int32_t seconds) {
   return ft::DiffMs(ft::GetTickTime(), since) >= seconds * 1000;
@@ -27,9 +28,9 @@ LinkSession::LinkSession(const LinkOptions& options, LineSource* lines, LinkObse
 int LinkSession::Run() {
   Link();
   std::optional<LinkEnd> end;
-  while (!end) {
-    if (const auto notification = m_window.Wait(kLookAroundMs)) Handle(*notification);
-    SendLines();
+  for (bool more_lines = false; !end;) {
+    TakeNotifications(more_lines ? 0 : kLookAroundMs);
+    more_lines = SendLines();
     m_observer->OnPass();
     end = FindEnd();
   }
@@ -52,6 +53,14 @@ void LinkSession::TellServer() {
   m_observer->OnConnecting(m_options.servers[m_turn % m_options.servers.size()]);
 }
 
+void LinkSession::TakeNotifications(int wait_ms) {
+  auto notification = m_window.Wait(wait_ms);
+  for (int taken = 0; notification; notification = m_window.Wait(0)) {
+    Handle(*notification);
+    if (++taken == kMostAtOnce) return;
+  }
+}
+
 void LinkSession::Handle(const Notification& notification) {
   if (!notification.IsPackage()) return HandleLinkEvent(notification.link_event);
   ++m_packages;
@@ -69,12 +78,13 @@ void LinkSession::HandleLinkEvent(std::intptr_t link_event) {
   TellServer();
 }
 
-void LinkSession::SendLines() {
+bool LinkSession::SendLines() {
   if (!m_up && !m_told_to_wait && !m_lines->IsEmpty()) {
     m_told_to_wait = true;
     m_observer->OnRequestsWait();
   }
-  while (m_up && !m_lines->IsEmpty()) {
+  for (int sent = 0; m_up && !m_lines->IsEmpty(); ++sent) {
+    if (sent == kMostAtOnce) return true;
     const std::string line = m_lines->GetFirst();
     // The link has just closed, and its event is on the way: the line waits for the next link.
     if (m_client.AskData(line.data(), static_cast<unsigned int>(line.size())) != 0) break;
@@ -83,9 +93,10 @@ void LinkSession::SendLines() {
     ++m_requests;
     m_last_progress = ft::GetTickTime();
   }
-  if (m_input_ended || !m_lines->HasEnded()) return;
+  if (m_input_ended || !m_lines->HasEnded()) return false;
   m_input_ended = true;
   m_last_progress = ft::GetTickTime();
+  return false;
 }
 
 std::optional<LinkEnd> LinkSession::FindEnd() {

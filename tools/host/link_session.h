@@ -32,9 +32,10 @@ class LinkSession {
  private:
   void Link();
   void TellServer();
+  void TakeNotifications(int wait_ms);
   void Handle(const Notification& notification);
   void HandleLinkEvent(std::intptr_t link_event);
-  void SendLines();
+  bool SendLines();  // true: more can go out at once
   std::optional<LinkEnd> FindEnd();
   bool IsLinkOverdue() const;
   std::optional<LinkEnd> FindEndOfAnswers() const;
