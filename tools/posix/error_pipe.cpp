@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 
@@ -37,8 +38,22 @@ std::string ErrorPipe::Take() {
   ssize_t count = 0;
   while (m_reader >= 0 && (count = read(m_reader, part, sizeof part)) > 0) {
     text.append(part, static_cast<std::size_t>(count));
+    Keep(part, static_cast<std::size_t>(count));
   }
   return text;
+}
+
+// Half of what is there makes room, from the beginning of a line on.
+void ErrorPipe::Keep(const char* text, std::size_t count) {
+  char* const begin = m_kept.data();
+  if (m_kept_count + count > m_kept.size()) {
+    char* const end = begin + m_kept_count;
+    char* const line_end = std::find(begin + m_kept.size() / 2, end, '\n');
+    char* const rest = line_end == end ? end : line_end + 1;
+    m_kept_count = static_cast<std::size_t>(std::copy(rest, end, begin) - begin);
+  }
+  std::copy_n(text, count, begin + m_kept_count);
+  m_kept_count += count;
 }
 
 void ErrorPipe::Spill() {
@@ -47,6 +62,9 @@ void ErrorPipe::Spill() {
   char part[4096];
   ssize_t count = 0;
   while ((count = read(m_reader, part, sizeof part)) > 0) {
-    if (write(STDERR_FILENO, part, static_cast<std::size_t>(count)) < 0) return;
+    Keep(part, static_cast<std::size_t>(count));
   }
+  const bool whole = m_kept_count == 0 || m_kept[m_kept_count - 1] == '\n';
+  if (write(STDERR_FILENO, m_kept.data(), m_kept_count) < 0 || whole) return;
+  if (write(STDERR_FILENO, "\n", 1) < 0) return;
 }

@@ -75,11 +75,8 @@ void LiveView::OnPass() {
 }
 
 void LiveView::OnEnd(const LinkEnd& end) {
-  m_error_text += m_screen->TakeErrorText();
   m_screen.reset();
-  if (!m_error_text.empty() && m_error_text.back() != '\n') m_error_text += '\n';
-  m_error_text += end.fault.empty() ? "" : "ftc: " + end.fault + "\n";
-  std::fwrite(m_error_text.data(), 1, m_error_text.size(), stderr);
+  if (!end.fault.empty()) std::fprintf(stderr, "ftc: %s\n", end.fault.c_str());
   for (const std::string& line : ShowTotals(m_statistics)) PrintLine(line);
 }
 
@@ -109,11 +106,11 @@ void LiveView::TakeErrorText() {
 }
 
 void LiveView::LogErrorLines(bool unfinished_too) {
-  while (m_error_shown < m_error_text.size()) {
-    const std::size_t end = m_error_text.find('\n', m_error_shown);
+  while (!m_error_text.empty()) {
+    const std::size_t end = m_error_text.find('\n');
     if (end == std::string::npos && !unfinished_too) return;
-    Log(m_error_text.substr(m_error_shown, end - m_error_shown));
-    m_error_shown = end == std::string::npos ? m_error_text.size() : end + 1;
+    Log(m_error_text.substr(0, end));
+    m_error_text.erase(0, end == std::string::npos ? end : end + 1);
   }
 }
 

@@ -25,7 +25,7 @@ class LiveView final : public LinkObserver {
   void OnRequest(const std::string& body) override;
   void OnRequestsWait() override;
   void OnPass() override;
-  // Gives the terminal back; prints the totals and, once more, what the library wrote.
+  // Gives the terminal back, with what the library wrote; prints the totals.
   void OnEnd(const LinkEnd& end) override;
 
  private:
@@ -46,7 +46,6 @@ class LiveView final : public LinkObserver {
   std::size_t m_attempts = 0;
   std::deque<std::string> m_log;
   std::size_t m_scrolled = 0;
-  std::string m_error_text;       // all of it
-  std::size_t m_error_shown = 0;  // bytes that are in the log
+  std::string m_error_text;  // what is not in the log yet
   FTTime m_last_pass;
 };

@@ -26,7 +26,8 @@ struct ScreenSize {
 
 // The whole terminal, for as long as the object lives; the terminal is given back however the
 // process ends, SIGKILL apart. What the process writes to a standard error stream that is the
-// terminal is kept meanwhile. One thread, one object; no call waits for anybody.
+// terminal is kept meanwhile, and written there in the end, the last 100,000 bytes or more. One
+// thread, one object; no call waits for anybody.
 class Screen {
  public:
   virtual ~Screen() = default;
