@@ -1,9 +1,11 @@
 #include "tools/posix/curses_screen.h"
 
 #include <langinfo.h>
+#include <signal.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <clocale>
 #include <cstdio>
 #include <cstring>
@@ -17,6 +19,12 @@ namespace {
 termios g_modes;
 std::string g_farewell;
 ErrorPipe* g_errors = nullptr;
+
+std::atomic<bool> g_continued{false};
+
+extern "C" void OnContinued(int) {
+  g_continued.store(true);
+}
 
 bool IsUnicodeLocale() {
   return std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
@@ -99,6 +107,7 @@ CursesScreen::CursesScreen(SCREEN* screen)
   g_farewell = std::string(Capability("sgr0")) + Capability("cnorm") + Capability("rmkx") +
                Capability("rmcup");
   BeforeSuddenEnd(&GiveTerminalBack);
+  signal(SIGCONT, &OnContinued);
   cbreak();
   noecho();
   set_escdelay(25);
@@ -108,6 +117,7 @@ CursesScreen::CursesScreen(SCREEN* screen)
 }
 
 CursesScreen::~CursesScreen() {
+  signal(SIGCONT, SIG_DFL);
   curs_set(1);
   endwin();
   delscreen(m_screen);
@@ -142,6 +152,10 @@ ScreenSize CursesScreen::GetSize() {
 }
 
 void CursesScreen::Paint(const std::vector<ScreenLine>& lines, bool cursor) {
+  if (g_continued.exchange(false)) {  // the shell and what it ran have used the terminal
+    reset_prog_mode();
+    clearok(stdscr, TRUE);
+  }
   erase();
   int row = 0;
   for (const ScreenLine& line : lines) PaintLine(row++, line);

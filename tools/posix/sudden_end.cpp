@@ -28,7 +28,11 @@ void BeforeSuddenEnd(void (*function)()) {
   struct sigaction action {};
   action.sa_handler = &OnSuddenEnd;
   int at = 0;
-  for (const int signal_number : kSignals) sigaction(signal_number, &action, &g_before[at++]);
+  for (const int signal_number : kSignals) {
+    struct sigaction& before = g_before[at++];
+    sigaction(signal_number, &action, &before);
+    if (before.sa_handler == SIG_IGN) sigaction(signal_number, &before, nullptr);  // ends nothing
+  }
 }
 
 void ForgetSuddenEnd() {
