@@ -49,6 +49,7 @@ class EchoBench {
   void Send();
   void TakeAnswer(LatencyHistogram* latencies);
   void CheckAnswer(const std::string& answer);
+  void CheckNoneIsLeft();
   const std::string& MakeBody(std::int64_t number);
 
   const BenchOptions m_options;

@@ -1,6 +1,7 @@
 #include "tools/terminal/bench_report.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <vector>
 
@@ -44,8 +45,8 @@ std::string ShowBenchResult(const BenchOptions& options, const BenchResult& resu
                      ShowCount(options.size, "byte") + ", " + std::to_string(options.in_flight) +
                      ft::FormatString(" in flight, %.1f s", result.seconds) + "\n";
   text += Row("round trips", result.latencies.GetCount(), "  each answer equal to its request");
-  text += Row("per second", static_cast<std::int64_t>(per_second), "");
-  text += Row("bytes/s", static_cast<std::int64_t>(per_second * options.size), "  each way");
+  text += Row("per second", std::llround(per_second), "");
+  text += Row("bytes/s", std::llround(per_second * options.size), "  each way");
   text += "microseconds";
   for (const NamedTime& time : ListTimes(result.latencies)) {
     text += ft::FormatString("  %s %.1f", time.name.c_str(), time.microseconds);
