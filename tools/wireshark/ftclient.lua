@@ -76,9 +76,11 @@ local function calculate(body)
   return TWO_TO_32 - 1 - low
 end
 
--- UTF-8 without control characters other than tabs and line ends.
+-- UTF-8 without control characters other than tabs and line ends: no overlong form, no surrogate.
 local function is_text(bytes)
   if bytes == "" or bytes:find("[%z\1-\8\11\12\14-\31\127]") then return false end
+  if bytes:find("\224[\128-\159]") or bytes:find("\237[\160-\191]") then return false end
+  if bytes:find("\240[\128-\143]") or bytes:find("\244[\144-\191]") then return false end
   local rest = bytes:gsub("\194[\160-\191]", "."):gsub("[\195-\223][\128-\191]", ".")
   rest = rest:gsub("[\224-\239][\128-\191][\128-\191]", ".")
   rest = rest:gsub("[\240-\244][\128-\191][\128-\191][\128-\191]", ".")
