@@ -37,6 +37,13 @@ constexpr char kDetails[] =
     "time has passed; requests that differ are named. Each link plays the next recorded one.\n"
     "The first line printed is 'listening on ADDRESS:PORT'. Diagnostics go to standard error.\n\n";
 
+constexpr char kExamples[] =
+    "Examples:\n"
+    "  ftc serve --port 9000                         # sends each body back\n"
+    "  ftc serve --port 9000 --mode push --rate 100\n"
+    "  ftc serve --port 9000 --script rules.txt\n"
+    "  ftc serve --port 9000 --replay links.pcapng --once\n\n";
+
 struct ServeOptions {
   std::string mode = "echo";
   PushPlan push;
@@ -121,10 +128,9 @@ void AddPushOptions(CLI::App* command, PushPlan* push) {
 }
 
 void AddBehaviourOptions(CLI::App* command, ServeOptions* options) {
-  const auto script = command
-                          ->add_option("--script", options->script,
-                                       "Do what the rules in this file say (see below)")
-                          ->type_name("FILE");
+  const auto script =
+      command->add_option("--script", options->script, "Do what the rules in this file say")
+          ->type_name("FILE");
   const auto replay = command
                           ->add_option("--replay", options->recording,
                                        "Play the server's side of a recording of 'ftc tap', or of\n"
@@ -169,7 +175,7 @@ void AddServeCommand(CLI::App* program, int* status) {
           "1: callbacks on the protocol thread, 0: on the links' threads")
       ->transform(DecimalNumber(0, 1))
       ->default_str("1");
-  command->footer(std::string(kDetails) + kScriptHelp + "\n" + kExitStatusHelp);
+  command->footer(std::string(kDetails) + kScriptHelp + "\n" + kExamples + kExitStatusHelp);
   command->callback([command, options, status] {
     for (const char* option : {"--rate", "--size", "--count"}) {
       RefuseOutsideMode(*command, "push", options->mode, option);

@@ -24,7 +24,10 @@ constexpr char kDetails[] =
     "number, -> to the server or <- to the application, and what it is. Wrong checksums and\n"
     "lengths that end a link are named. Runs until Ctrl-C.\n"
     "The first line printed is 'listening on ADDRESS:PORT'. A recording can be opened by network\n"
-    "analysers and played back by 'ftc serve --replay'.\n\n";
+    "analysers and played back by 'ftc serve --replay'.\n\n"
+    "Examples:\n"
+    "  ftc tap 127.0.0.1:9001 10.1.2.3:9000          # the application links to port 9001\n"
+    "  ftc tap 127.0.0.1:9001 10.1.2.3:9000 --record links.pcapng\n\n";
 
 struct TapArguments {
   std::string listen;
