@@ -29,6 +29,7 @@ info ftclient g_pClientCommThread
 print \$engine->m_last_found->m_link
 print \$ftobject(8).m_queue
 print \$ftobject(2).m_timers.m_timers
+print *(FTLinkInfo*)argv
 END
 DEBUGINFOD_URLS='' timeout "$limit" gdb -nx -batch -x "$work/commands" "$2" \
   >"$work/shown" 2>&1 </dev/null || fail "gdb fails: $(<"$work/shown")"
@@ -43,3 +44,4 @@ expect_shown '  8 +[0-9]+ +CFTMtSockSendThrd +0 +TIMER_SEND_CHECK'
 expect_shown "\\\$[0-9]+ = up: 01000000, LINK_KIND_OUT, $host to $address"
 expect_shown "\\\$[0-9]+ = .*priority 3 = 34 of 65536 bytes: $packages\|.*hello.*hel\| \.\.\.\}"
 expect_shown "\\\$[0-9]+ = .*\{($timer(, )?){2}\}"
+expect_shown '\$[0-9]+ = <error reading variable: not a string any more>'

@@ -4,27 +4,39 @@ docs/debugging.md says how to load this file and what it prints. It needs debug 
 printers of the C++ library, which gdb loads by itself.
 """
 
+import contextlib
 import datetime
+import itertools
 
-import gdb
 import gdb.printing
 
 SHOWN_BYTES = 32
+MOST_CHILDREN = 100_000  # what is no container any more may seem to go on for ever
 FIRST_WALL_CLOCK_SECOND = 10**9  # the tick clock counts from the start of the machine
 
 # Reading values. What the C++ library's containers hold comes from that library's printers.
 
 
-def children(value):
+@contextlib.contextmanager
+def failing_with(kind):
+    """Tells what goes wrong in Python, where memory holds no such object, the way gdb does."""
+    try:
+        yield
+    except (gdb.error, ArithmeticError, LookupError, OSError, TypeError, ValueError) as error:
+        raise kind(str(error)) from None
+
+
+def each_child(value):
     """What a container or a smart pointer holds."""
-    printer = gdb.default_visualizer(value)
-    if printer is None:
-        raise gdb.GdbError(f"no printer for {value.type}; are those of libstdc++ loaded?")
-    return [child for _, child in printer.children()]
+    with failing_with(gdb.MemoryError):
+        printer = gdb.default_visualizer(value)
+        if printer is None:
+            raise gdb.GdbError(f"no printer for {value.type}; are those of libstdc++ loaded?")
+        yield from (child for _, child in itertools.islice(printer.children(), MOST_CHILDREN))
 
 
 def inner(value):
-    return children(value)[0]
+    return next(each_child(value))
 
 
 def atomic(value):
@@ -56,6 +68,8 @@ def entries(a_map):
 
 def text(string):
     length = int(string["_M_string_length"])
+    if length > MOST_CHILDREN:
+        raise gdb.MemoryError("not a string any more")
     return string["_M_dataplus"]["_M_p"].string(errors="replace", length=length)
 
 
@@ -71,8 +85,7 @@ class Constants:
     """Names of the constants that begin with a prefix, by value, as the program defines them."""
 
     def __init__(self, prefix):
-        self._prefix = prefix
-        self._names = {}
+        self._prefix, self._names = prefix, {}
 
     def name(self, value):
         if not self._names:
@@ -93,6 +106,9 @@ TIMERS = Constants("TIMER_")
 
 class Printer:
     """One for each type, whose name is type_name, parameters of a template aside."""
+
+    def __init_subclass__(cls):
+        cls.to_string = failing_with(gdb.MemoryError)(cls.to_string)
 
     def __init__(self, value):
         self._value = value
@@ -136,8 +152,7 @@ class Buffer(Printer):
             return size
         memory = gdb.selected_inferior().read_memory(int(begin), min(length, SHOWN_BYTES)).tobytes()
         readable = "".join(chr(byte) if 0x20 <= byte < 0x7F else "." for byte in memory)
-        more = " ..." if length > SHOWN_BYTES else ""
-        return f"{size}: {memory.hex(' ')} |{readable}|{more}"
+        return f"{size}: {memory.hex(' ')} |{readable}|" + (" ..." if length > SHOWN_BYTES else "")
 
 
 class LinkInfo(Printer):
@@ -158,8 +173,8 @@ class Link(Printer):
     type_name = "CFTLink"
 
     def to_string(self):
-        record = inner(self._value["m_record"]).dereference()
-        return f"{self.state()}: {LinkInfo(record).to_string()}"
+        record = LinkInfo(inner(self._value["m_record"]).dereference())
+        return f"{self.state()}: {record.to_string()}"
 
     def state(self):
         end = atomic(self._value["m_end"])
@@ -192,9 +207,8 @@ class SendQueue(Printer):
 
     def children(self):
         lists = self._value["m_lists"]["_M_elems"]
-        _, last = lists.type.strip_typedefs().range()
-        for index in range(last + 1):
-            for item in children(lists[index]["items"]):
+        for index in range(lists.type.strip_typedefs().range()[1] + 1):
+            for item in each_child(lists[index]["items"]):
                 yield f"priority {index + 1}", item
 
 
@@ -205,8 +219,8 @@ class MsgFifo(Printer):
         return count(int(self._value["m_count"]), "message")
 
     def children(self):
-        for run in children(self._value["m_runs"]):
-            for msg in children(run["msgs"])[int(run["head"]) :]:
+        for run in each_child(self._value["m_runs"]):
+            for msg in itertools.islice(each_child(run["msgs"]), int(run["head"]), None):
                 yield "", msg
 
     def display_hint(self):
@@ -228,10 +242,10 @@ class TimerList(Printer):
     type_name = "CFTTimerList"
 
     def to_string(self):
-        return count(len(children(self._value["m_timers"])), "timer")
+        return count(sum(1 for _ in each_child(self._value["m_timers"])), "timer")
 
     def children(self):
-        for timer in children(self._value["m_timers"]):
+        for timer in each_child(self._value["m_timers"]):
             msg, armed_at = timer["msg"], Time(timer["armed_at"]).to_string()
             yield TIMERS.name(msg["param1"]), f"{int(msg['param2'])} ms from {armed_at}"
 
@@ -265,6 +279,8 @@ def object_of(thread):
 
 def objects_of_threads():
     """All of them, with their threads, in the order of the threads' numbers."""
+    if gdb.selected_thread() is None:
+        raise gdb.GdbError("The program is not being run.")
     selected_thread, selected_frame = gdb.selected_thread(), gdb.selected_frame()
     try:
         threads = sorted(gdb.selected_inferior().threads(), key=lambda thread: thread.num)
@@ -276,8 +292,9 @@ def objects_of_threads():
 
 
 def has_base(a_type, name):
-    bases = [field.type for field in a_type.strip_typedefs().fields() if field.is_base_class]
-    return a_type.name == name or any(has_base(base, name) for base in bases)
+    is_class = a_type.strip_typedefs().code == gdb.TYPE_CODE_STRUCT
+    fields = a_type.strip_typedefs().fields() if is_class else []
+    return a_type.name == name or any(has_base(f.type, name) for f in fields if f.is_base_class)
 
 
 def serves(value, protocol):
@@ -298,27 +315,18 @@ def link_row(link_id, receive_thread):
     link = receive_thread["m_link"]
     record = inner(link["m_record"]).dereference()
     socket = atomic(link["m_socket"])
-    queued = inner(receive_thread["m_send_thread"]).dereference()["m_queued_bytes"]
-    return [
-        link_id,
-        enumerator(record["kind"]),
-        Link(link).state(),
-        LinkInfo(record).end("local"),
-        LinkInfo(record).end("remote"),
-        socket if socket >= 0 else "closed",
-        int(queued),
-    ]
+    send_thread = inner(receive_thread["m_send_thread"])
+    ends = [LinkInfo(record).end(which) for which in ("local", "remote")]
+    queued = int(send_thread.dereference()["m_queued_bytes"]) if int(send_thread) else "-"
+    kind, handle = enumerator(record["kind"]), socket if socket >= 0 else "closed"
+    return [link_id, kind, Link(link).state(), *ends, handle, queued]
 
 
 def thread_row(queue, thread):
-    timers = children(queue["m_timers"]["m_timers"])
-    return [
-        thread.num,
-        thread.ptid[1],
-        text(queue["m_thread_name"]["m_value"]),
-        int(queue["m_sub_queues"]["m_pending"]),
-        ", ".join(TIMERS.name(timer["msg"]["param1"]) for timer in timers) or "none",
-    ]
+    timers = each_child(queue["m_timers"]["m_timers"])
+    names = ", ".join(TIMERS.name(timer["msg"]["param1"]) for timer in timers) or "none"
+    name, waiting = text(queue["m_thread_name"]["m_value"]), queue["m_sub_queues"]["m_pending"]
+    return [thread.num, thread.ptid[1], name, int(waiting), names]
 
 
 class InfoFtclient(gdb.Command):
@@ -331,14 +339,11 @@ Without one all protocol objects are shown whose threads run."""
     def __init__(self):
         super().__init__("info ftclient", gdb.COMMAND_STATUS, gdb.COMPLETE_EXPRESSION)
 
+    @failing_with(gdb.GdbError)
     def invoke(self, argument, from_tty):
-        if gdb.selected_thread() is None:
-            raise gdb.GdbError("The program is not being run.")
         running = objects_of_threads()
-        if argument:
-            protocols = [self._evaluate(argument)]
-        else:
-            protocols = [value for value, _ in running if has_base(value.type, "CFTBaseSockIf")]
+        found = [value for value, _ in running if has_base(value.type, "CFTBaseSockIf")]
+        protocols = [self._evaluate(argument)] if argument else found
         if not protocols:
             raise gdb.GdbError("No thread of ftclient runs, or its debug information is missing.")
         for protocol in protocols:
@@ -347,23 +352,23 @@ Without one all protocol objects are shown whose threads run."""
     @staticmethod
     def _evaluate(argument):
         value = gdb.parse_and_eval(argument)
-        if value.type.strip_typedefs().code != gdb.TYPE_CODE_PTR:
-            value = value.address
-        if int(value) == 0:
-            raise gdb.GdbError(f"{argument} is null.")
-        value = value.cast(value.dynamic_type).dereference()
-        if not has_base(value.type, "CFTBaseSockIf"):
-            raise gdb.GdbError(f"{argument} is no CFTBaseSockIf.")
-        return value
+        if value.type.strip_typedefs().code == gdb.TYPE_CODE_PTR:
+            if int(value) == 0:
+                raise gdb.GdbError(f"{argument} is null.")
+            value = value.dereference()
+        if value.address is not None and has_base(value.dynamic_type, "CFTBaseSockIf"):
+            return value.address.cast(value.dynamic_type.pointer()).dereference()
+        raise gdb.GdbError(f"{argument} is no CFTBaseSockIf.")
 
     @staticmethod
     def _show(protocol, running):
-        engine = inner(protocol["m_engine"]).dereference()
-        gdb.set_convenience_variable("engine", engine.address)
+        if not (engine := inner(protocol["m_engine"])):
+            raise gdb.GdbError(f"{protocol.type.name} at {int(protocol.address):#x} has no engine.")
+        gdb.set_convenience_variable("engine", engine)
         state = engine["m_state"]
         gdb.write(
             f"{protocol.type.name} at {int(protocol.address):#x}, "
-            f"$engine = {int(engine.address):#x}\n"
+            f"$engine = {int(engine):#x}\n"
             f"  {atomic(state['queued_send_bytes'])} bytes to be sent, "
             f"{atomic(state['recv_backlog']['m_bytes'])} received and not yet delivered\n"
         )
@@ -371,10 +376,8 @@ Without one all protocol objects are shown whose threads run."""
         if links:
             heads = ["link", "kind", "state", "local", "remote", "socket", "bytes to be sent"]
             print_table(heads, [link_row(key, inner(link).dereference()) for key, link in links])
-        print_table(
-            ["thread", "LWP", "name", "messages", "timers"],
-            [thread_row(value, thread) for value, thread in running if serves(value, protocol)],
-        )
+        rows = [thread_row(value, thread) for value, thread in running if serves(value, protocol)]
+        print_table(["thread", "LWP", "name", "messages", "timers"], rows)
 
 
 class Object(gdb.Function):
@@ -383,6 +386,7 @@ class Object(gdb.Function):
     def __init__(self):
         super().__init__("ftobject")
 
+    @failing_with(gdb.GdbError)
     def invoke(self, number):
         for value, thread in objects_of_threads():
             if thread.num == int(number):
