@@ -101,7 +101,7 @@ void EchoBench::CheckAnswer(const std::string& answer) {
 
 // Bodies that are short or empty may all be equal.
 void EchoBench::CheckNoneIsLeft() {
-  const auto got = m_window.Wait(0);
+  const auto got = m_window.Wait(kLookAroundMs);
   if (got && got->IsPackage()) throw BenchFault(m_name + " does not echo: it answered too often");
 }
 
