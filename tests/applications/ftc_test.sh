@@ -145,7 +145,7 @@ case_live_view() {
   "${tmux[@]}" send-keys Enter
   await_screen "1 link" $'\n>'
   kill -QUIT "$(pgrep -f "^${ftc[*]} link .*$address")"
-  await_screen $'ended 131\nicanon'
+  await_screen $'enough.\nbash' $'ended 131\nicanon'
   end INT "$server" 0
 }
 
@@ -271,6 +271,10 @@ case_replies() { # FTC_VERSION is what the program calls its version
 1 ftc: cannot listen on $address: the port is in use@serve --port ${address#*:}
 1 ftc: cannot listen on 192.0.2.1:0: this machine does not have the address@serve --port 0 --host 192.0.2.1
 END
+  cat <&"$server_out" >/dev/null &
+  start <(yes) "${client[@]}" link "$address" # more than can be sent
+  await_line "$out" LINK_EVENT_UP
+  limit=10 end INT "$pid" 0
   end INT "$server" 0
 }
 
