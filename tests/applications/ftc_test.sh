@@ -48,9 +48,9 @@ expect_answers() { # expected lines of ftc link
 case_echo() {
   local long=$(seq -s ' ' 50000)
   start_server --port 0
-  run link "$address" < <(printf '1\n\ngr\xc3\xbcn\na\x00b\x1a\x01\r\n\xff\xfe\n%s\n' "$long")
+  run link "$address" < <(printf '1\n\ngr\xc3\xbcn\na\x00b\x1a\x01\r\n\xff\xfe\n\xc2\x9b\n%s\n' "$long")
   local expected=$'LINK_EVENT_UP\n1 byte: 1\n0 bytes: \n5 bytes: gr\xc3\xbcn\n'
-  expected+=$'6 bytes: hex 6100621a010d\n2 bytes: hex fffe\n'"${#long} bytes: $long"
+  expected+=$'6 bytes: hex 6100621a010d\n2 bytes: hex fffe\n2 bytes: hex c29b\n'"${#long} bytes: $long"
   expect_answers "$expected"
   end INT "$server" 0
 }
@@ -137,7 +137,7 @@ case_live_view() {
   LC_ALL=C.UTF-8 "${tmux[@]}" new-session -d -x 90 -y 30 \
     bash -c "$act; read; $act; exec cat" bash "${ftc[@]}" link 255.255.255.255:1 "$address"
   await_screen "BeginConnect failed" "1 link, 0 lost, 1 failed attempt" "$address (server 2 of 2)"
-  "${tmux[@]}" send-keys grünx BSpace Enter unfinished
+  "${tmux[@]}" send-keys grünxö BSpace BSpace Enter unfinished
   await_screen $'  5 bytes: grün\n' "> unfinished" "1 package " " 5 bytes "
   "${tmux[@]}" resize-window -x 60 -y 15
   "${tmux[@]}" send-keys C-u more C-d
