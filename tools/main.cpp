@@ -8,13 +8,13 @@
 #include "tools/commands/bench_command.h"
 #include "tools/commands/completion_command.h"
 #include "tools/commands/demo_command.h"
-#include "tools/commands/exit_status.h"
 #include "tools/commands/help_formatter.h"
 #include "tools/commands/link_command.h"
 #include "tools/commands/manual_command.h"
 #include "tools/commands/serve_command.h"
 #include "tools/commands/tap_command.h"
-#include "tools/terminal/standard_streams.h"
+#include "tools/common/exit_status.h"
+#include "tools/common/standard_streams.h"
 
 int main(int argc, char** argv) {
   CarryBytesUnchanged();

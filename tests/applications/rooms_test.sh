@@ -12,6 +12,8 @@ levels=('platform' '00shcode/mytoolkit' '00shcode/ftmsgq' 'sock link_orders' 'li
   'engine_msgs engine_state engine_thread' 'link select_thread' 'send_thread'
   'receive_thread connector listener' 'wait_thread' 'engine' 'sockif' 'client')
 engine=00shcode/ftmtsockimpl faults=0 checked=0
+# The tool's rooms, from the ground up.
+tool_rooms=(common capture server host terminal commands)
 public_header='client/@(clientdatasource|ftwindow).h'
 platform_macros='_?_?(WIN32|WIN64|WINDOWS|linux|gnu_linux|unix|unix_|APPLE|MINGW[0-9]+|CYGWIN|'
 platform_macros+='POSIX_[A-Z_]+)(__)?|_MSC_VER|_GNU_SOURCE'
@@ -42,6 +44,12 @@ check_levels() { # header of ours
   fi
 }
 
+check_tool_rooms() { # header of ours
+  local own=$(cut -d/ -f2 <<<"$file") other=$(cut -d/ -f2 <<<"$1")
+  [[ $1 != tools/* || $own == @(posix|win32) || " ${tool_rooms[*]} " == *" $other "*"$own "* ||
+    $own == "$other" ]] || fault "tools/$own must not include \"$1\": includes go down only"
+}
+
 check_own_header() { # path
   case $file in
     client/package* | client/check_sum*)
@@ -52,6 +60,7 @@ check_own_header() { # path
         fault "a server stands on the protocol base and the wire codec, not on \"$1\"" ;;
     examples/*)
       [[ $1 == $public_header ]] || fault "an example is a host: \"$1\" is not a public header" ;;
+    tools/*/*) check_tool_rooms "$1" ;;
     tools/* | bench/*) ;;
     *) check_levels "$1" ;;
   esac

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "00shcode/ftmtsockimpl/sock.h"
-#include "tools/commands/endpoint.h"
+#include "tools/common/endpoint.h"
 
 namespace capture {
 

@@ -4,7 +4,7 @@
 
 #include "tools/capture/direction.h"
 #include "tools/capture/package_stream.h"
-#include "tools/terminal/body_text.h"
+#include "tools/common/body_text.h"
 
 namespace capture {
 

@@ -8,7 +8,7 @@
 #include "00shcode/ftmtsockimpl/sock.h"
 #include "00shcode/mytoolkit/thread.h"
 #include "tools/capture/direction.h"
-#include "tools/commands/endpoint.h"
+#include "tools/common/endpoint.h"
 
 namespace capture {
 

@@ -2,7 +2,7 @@
 
 #include "00shcode/mytoolkit/clock.h"
 #include "tools/capture/address.h"
-#include "tools/terminal/console.h"
+#include "tools/common/console.h"
 
 namespace capture {
 

@@ -9,7 +9,7 @@
 #include "tools/capture/capture_writer.h"
 #include "tools/capture/relay.h"
 #include "tools/capture/tapped_link.h"
-#include "tools/commands/endpoint.h"
+#include "tools/common/endpoint.h"
 
 namespace capture {
 

@@ -1,8 +1,8 @@
 #include "tools/capture/tapped_link.h"
 
 #include "tools/capture/package_text.h"
-#include "tools/terminal/console.h"
-#include "tools/terminal/count_text.h"
+#include "tools/common/console.h"
+#include "tools/common/count_text.h"
 
 namespace capture {
 

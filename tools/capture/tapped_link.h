@@ -9,7 +9,7 @@
 #include "tools/capture/link_recorder.h"
 #include "tools/capture/package_stream.h"
 #include "tools/capture/relay.h"
-#include "tools/terminal/body_text.h"
+#include "tools/common/body_text.h"
 
 namespace capture {
 

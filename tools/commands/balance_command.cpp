@@ -5,11 +5,11 @@
 #include <string>
 
 #include "tools/commands/decimal_number.h"
-#include "tools/commands/endpoint.h"
-#include "tools/commands/exit_status.h"
+#include "tools/common/body_text.h"
+#include "tools/common/console.h"
+#include "tools/common/endpoint.h"
+#include "tools/common/exit_status.h"
 #include "tools/host/balance_answer.h"
-#include "tools/terminal/body_text.h"
-#include "tools/terminal/console.h"
 
 namespace {
 

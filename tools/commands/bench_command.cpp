@@ -8,12 +8,12 @@
 
 #include "client/package.h"
 #include "tools/commands/decimal_number.h"
-#include "tools/commands/endpoint.h"
-#include "tools/commands/exit_status.h"
+#include "tools/common/console.h"
+#include "tools/common/endpoint.h"
+#include "tools/common/exit_status.h"
+#include "tools/common/interrupt.h"
 #include "tools/host/echo_bench.h"
 #include "tools/terminal/bench_report.h"
-#include "tools/terminal/console.h"
-#include "tools/terminal/interrupt.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "tools/commands/completion_script.h"
-#include "tools/commands/exit_status.h"
-#include "tools/terminal/console.h"
+#include "tools/common/console.h"
+#include "tools/common/exit_status.h"
 
 namespace {
 

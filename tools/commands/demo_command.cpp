@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "tools/commands/exit_status.h"
+#include "tools/common/exit_status.h"
 #include "tools/host/demo.h"
 
 namespace {

@@ -8,15 +8,15 @@
 #include <vector>
 
 #include "tools/commands/decimal_number.h"
-#include "tools/commands/endpoint.h"
-#include "tools/commands/exit_status.h"
+#include "tools/common/endpoint.h"
+#include "tools/common/exit_status.h"
+#include "tools/common/interrupt.h"
+#include "tools/common/standard_streams.h"
 #include "tools/host/link_session.h"
 #include "tools/terminal/input_lines.h"
-#include "tools/terminal/interrupt.h"
 #include "tools/terminal/json_link_printer.h"
 #include "tools/terminal/link_printer.h"
 #include "tools/terminal/live_view.h"
-#include "tools/terminal/standard_streams.h"
 
 namespace {
 

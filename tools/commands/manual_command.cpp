@@ -3,9 +3,9 @@
 #include <string>
 
 #include "tools/commands/command_facts.h"
-#include "tools/commands/exit_status.h"
 #include "tools/commands/manual_page.h"
-#include "tools/terminal/console.h"
+#include "tools/common/console.h"
+#include "tools/common/exit_status.h"
 
 namespace {
 

@@ -9,15 +9,15 @@
 #include "00shcode/mytoolkit/clock.h"
 #include "client/package.h"
 #include "tools/commands/decimal_number.h"
-#include "tools/commands/endpoint.h"
-#include "tools/commands/exit_status.h"
+#include "tools/common/console.h"
+#include "tools/common/endpoint.h"
+#include "tools/common/exit_status.h"
+#include "tools/common/interrupt.h"
 #include "tools/server/dev_server.h"
 #include "tools/server/listen_fault.h"
 #include "tools/server/push_schedule.h"
 #include "tools/server/recording.h"
 #include "tools/server/script_player.h"
-#include "tools/terminal/console.h"
-#include "tools/terminal/interrupt.h"
 
 namespace {
 

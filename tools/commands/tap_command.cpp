@@ -6,11 +6,11 @@
 #include <string>
 
 #include "tools/capture/tap.h"
-#include "tools/commands/endpoint.h"
-#include "tools/commands/exit_status.h"
+#include "tools/common/console.h"
+#include "tools/common/endpoint.h"
+#include "tools/common/exit_status.h"
+#include "tools/common/interrupt.h"
 #include "tools/server/listen_fault.h"
-#include "tools/terminal/console.h"
-#include "tools/terminal/interrupt.h"
 
 namespace {
 

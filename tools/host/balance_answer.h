@@ -4,7 +4,7 @@
 #include <string>
 
 #include "client/clientdatasource.h"
-#include "tools/commands/endpoint.h"
+#include "tools/common/endpoint.h"
 
 // Asks a balance server through a client that has no link, and takes the answer out of its array.
 // Blocks as CClientDataSource::GetBalanceServer does. Empty: no answer.

@@ -6,10 +6,10 @@
 #include <stdexcept>
 
 #include "00shcode/mytoolkit/clock.h"
-#include "tools/commands/endpoint.h"
+#include "tools/common/console.h"
+#include "tools/common/endpoint.h"
 #include "tools/host/balance_answer.h"
 #include "tools/server/push_schedule.h"
-#include "tools/terminal/console.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <optional>
 
-#include "tools/terminal/body_text.h"
-#include "tools/terminal/count_text.h"
-#include "tools/terminal/interrupt.h"
+#include "tools/common/body_text.h"
+#include "tools/common/count_text.h"
+#include "tools/common/interrupt.h"
 
 namespace {
 

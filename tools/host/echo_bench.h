@@ -7,7 +7,7 @@
 #include <string>
 
 #include "client/clientdatasource.h"
-#include "tools/commands/endpoint.h"
+#include "tools/common/endpoint.h"
 #include "tools/host/host_window.h"
 #include "tools/host/latency_histogram.h"
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "tools/commands/endpoint.h"
+#include "tools/common/endpoint.h"
 
 struct LinkEnd {
   int status = 0;     // for the shell

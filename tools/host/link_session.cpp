@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "tools/commands/exit_status.h"
-#include "tools/terminal/count_text.h"
-#include "tools/terminal/interrupt.h"
+#include "tools/common/count_text.h"
+#include "tools/common/exit_status.h"
+#include "tools/common/interrupt.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 
 #include "00shcode/mytoolkit/clock.h"
 #include "client/clientdatasource.h"
-#include "tools/commands/endpoint.h"
+#include "tools/common/endpoint.h"
 #include "tools/host/host_window.h"
 #include "tools/host/line_source.h"
 #include "tools/host/link_observer.h"

@@ -1,4 +1,4 @@
-#include "tools/terminal/interrupt.h"
+#include "tools/common/interrupt.h"
 
 #include <atomic>
 #include <csignal>

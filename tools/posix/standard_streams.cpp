@@ -1,4 +1,4 @@
-#include "tools/terminal/standard_streams.h"
+#include "tools/common/standard_streams.h"
 
 #include <unistd.h>
 

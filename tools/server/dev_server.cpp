@@ -6,10 +6,10 @@
 #include "00shcode/ftmtsockimpl/engine_msgs.h"
 #include "00shcode/ftmtsockimpl/link_info.h"
 #include "client/package.h"
-#include "tools/commands/endpoint.h"
+#include "tools/common/body_text.h"
+#include "tools/common/count_text.h"
+#include "tools/common/endpoint.h"
 #include "tools/server/wire_package.h"
-#include "tools/terminal/body_text.h"
-#include "tools/terminal/count_text.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include "tools/server/push_schedule.h"
 
+#include "tools/common/count_text.h"
 #include "tools/server/wire_package.h"
-#include "tools/terminal/count_text.h"
 
 PushSchedule::PushSchedule(const PushPlan& plan, const FTTime& start)
     : m_plan(plan), m_last(start) {

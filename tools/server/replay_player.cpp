@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "tools/terminal/body_text.h"
-#include "tools/terminal/count_text.h"
+#include "tools/common/body_text.h"
+#include "tools/common/count_text.h"
 
 namespace {
 

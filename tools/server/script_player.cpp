@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "tools/terminal/count_text.h"
+#include "tools/common/count_text.h"
 
 namespace {
 

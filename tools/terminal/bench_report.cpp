@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "00shcode/mytoolkit/text.h"
-#include "tools/terminal/count_text.h"
-#include "tools/terminal/json_object.h"
+#include "tools/common/count_text.h"
+#include "tools/common/json_object.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <cstdio>
 
 #include "client/clientdatasource.h"
-#include "tools/terminal/console.h"
-#include "tools/terminal/time_text.h"
+#include "tools/common/console.h"
+#include "tools/common/time_text.h"
 
 namespace {
 

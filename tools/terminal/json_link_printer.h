@@ -2,9 +2,9 @@
 
 #include <string>
 
+#include "tools/common/json_object.h"
 #include "tools/host/link_observer.h"
 #include "tools/host/link_statistics.h"
-#include "tools/terminal/json_object.h"
 
 // Prints all that happens in a session, one JSON object a line.
 class JsonLinkPrinter final : public LinkObserver {

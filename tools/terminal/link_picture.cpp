@@ -5,9 +5,9 @@
 #include <utility>
 
 #include "00shcode/mytoolkit/text.h"
-#include "tools/terminal/count_text.h"
+#include "tools/common/count_text.h"
+#include "tools/common/time_text.h"
 #include "tools/terminal/spark_line.h"
-#include "tools/terminal/time_text.h"
 
 namespace {
 

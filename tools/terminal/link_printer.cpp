@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "tools/common/console.h"
 #include "tools/host/notification.h"
-#include "tools/terminal/console.h"
 
 void LinkPrinter::OnConnecting(const Endpoint& server) {
   // Up to the time-out of the first connect nothing else would show.

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "tools/common/body_text.h"
 #include "tools/host/link_observer.h"
-#include "tools/terminal/body_text.h"
 
 // Prints a session's link events and packages, one line each with the time of day.
 class LinkPrinter final : public LinkObserver {

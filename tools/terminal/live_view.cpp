@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <utility>
 
+#include "tools/common/console.h"
+#include "tools/common/time_text.h"
 #include "tools/host/notification.h"
-#include "tools/terminal/console.h"
 #include "tools/terminal/link_picture.h"
-#include "tools/terminal/time_text.h"
 
 namespace {
 

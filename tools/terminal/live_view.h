@@ -5,9 +5,9 @@
 #include <memory>
 #include <string>
 
+#include "tools/common/body_text.h"
 #include "tools/host/link_observer.h"
 #include "tools/host/link_statistics.h"
-#include "tools/terminal/body_text.h"
 #include "tools/terminal/line_editor.h"
 #include "tools/terminal/screen.h"
 

@@ -1,4 +1,4 @@
-#include "tools/terminal/time_text.h"
+#include "tools/common/time_text.h"
 
 #include "00shcode/mytoolkit/text.h"
 

@@ -1,10 +1,10 @@
-#include "tools/terminal/body_text.h"
+#include "tools/common/body_text.h"
 
 #include <algorithm>
 #include <cstdint>
 
 #include "00shcode/mytoolkit/text.h"
-#include "tools/terminal/count_text.h"
+#include "tools/common/count_text.h"
 
 namespace {
 

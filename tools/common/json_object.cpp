@@ -1,7 +1,7 @@
-#include "tools/terminal/json_object.h"
+#include "tools/common/json_object.h"
 
 #include "00shcode/mytoolkit/text.h"
-#include "tools/terminal/body_text.h"
+#include "tools/common/body_text.h"
 
 namespace {
 

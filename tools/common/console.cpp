@@ -1,9 +1,9 @@
-#include "tools/terminal/console.h"
+#include "tools/common/console.h"
 
 #include <cstdio>
 
 #include "00shcode/mytoolkit/lock.h"
-#include "tools/terminal/time_text.h"
+#include "tools/common/time_text.h"
 
 void PrintLine(const std::string& text) {
   static CFTLock lock;

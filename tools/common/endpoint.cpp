@@ -1,4 +1,4 @@
-#include "tools/commands/endpoint.h"
+#include "tools/common/endpoint.h"
 
 #include <cstdint>
 #include <stdexcept>
