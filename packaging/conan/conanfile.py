@@ -11,7 +11,7 @@ from conan.tools.files import copy, load
 
 ROOT = os.path.join("..", "..")
 SOURCES = ("CMakeLists.txt", "LICENSE", "README.md", "00shcode/*", "client/*", "cmake/*", "docs/*",
-           "examples/*", "packaging/*", "platform/*", "sockif/*")
+           "examples/*", "packaging/*", "platform/*", "sockif/*", "tools/gdb/*")
 
 
 class FtclientRecipe(ConanFile):
