@@ -1,6 +1,7 @@
 // A server in one page: a protocol class on the framework that the client stands on. It answers
 // each request, and sends all clients a package each second.
 // usage: server PORT      0: the system chooses one; try it with: ftc link 127.0.0.1:PORT
+// It runs until its input ends: on a terminal until Ctrl-D, on Windows Ctrl-Z and Enter.
 // The framework is not installed: servers are built in this tree and linked with ftclient_core.
 #include <cstdint>
 #include <cstdio>
