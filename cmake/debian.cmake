@@ -5,7 +5,8 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY >=)
-set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/without_scripts.cmake)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/strip_archives.cmake)
+set(CPACK_POST_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/debian/finish_packages.cmake)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
@@ -19,6 +20,7 @@ endfunction()
 
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libftclient${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_LIBRARY_DEBUGINFO_PACKAGE ON)
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/triggers)
 describe_package(LIBRARY "client-side communication library" "the shared library")
 
@@ -31,6 +33,7 @@ describe_package(DEVELOPMENT "client-side communication library (development fil
 
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME ftclient-tools)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION net)
+set(CPACK_DEBIAN_TOOL_DEBUGINFO_PACKAGE ON)
 describe_package(TOOL "client-side communication library (tool)"
   "ftc, a host for the command line and a server to
 develop with, and a dissector for Wireshark")

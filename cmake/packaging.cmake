@@ -3,11 +3,11 @@
 set(CPACK_PACKAGE_CONTACT "maintainers of ftclient <ftclient@debian.example.org>" CACHE STRING
   "Maintainer of the packages")
 set(CPACK_PACKAGE_VENDOR ftclient)
-set(CPACK_STRIP_FILES ON)
 set(CPACK_VERBATIM_VARIABLES ON)
 set(CPACK_COMPONENTS_ALL library development tool)
 
 if(WIN32)
+  set(CPACK_STRIP_FILES ON)
   set(CPACK_PACKAGE_FILE_NAME ftclient-${PROJECT_VERSION}-windows-x86)
 else()
   include(${CMAKE_CURRENT_LIST_DIR}/debian.cmake)

@@ -1,9 +1,0 @@
-# Run by cpack. The maintainer scripts that it writes call ldconfig, and the trigger does that.
-foreach(package IN LISTS CPACK_PACKAGE_FILES)
-  set(tree ${package}.tree)
-  execute_process(COMMAND dpkg-deb --raw-extract ${package} ${tree} COMMAND_ERROR_IS_FATAL ANY)
-  file(REMOVE ${tree}/DEBIAN/postinst ${tree}/DEBIAN/postrm)
-  execute_process(COMMAND dpkg-deb --root-owner-group --build ${tree} ${package}
-    OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
-  file(REMOVE_RECURSE ${tree})
-endforeach()
