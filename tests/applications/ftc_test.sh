@@ -79,7 +79,8 @@ case_bench() {
   [[ "$status $output" == "1 "*"$address does not echo: "*"; answered 64 bytes: push 1 "* ]] ||
     fail "a server that pushes: $status $output"
   end INT "$server" 0
-  start_server --port 0 --script <(echo on any request, answer request\; answer request)
+  echo 'on any request, answer request; answer request' >"$work/script"
+  start_server --port 0 --script "$work/script"
   run bench "$address" --size 0 --warm-up 0 --count 500
   [[ "$status $output" == "1 "*"it answered too often" ]] || fail "two answers: $status $output"
   end INT "$server" 0
